@@ -1,0 +1,12 @@
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+
+/// Releases what the C library allocated.
+struct FreeDeleter {
+    void operator()(void* memory) const noexcept { std::free(memory); }
+};
+
+/// A NUL-terminated string that the C library allocated, owned.
+using CString = std::unique_ptr<char, FreeDeleter>;

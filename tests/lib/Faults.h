@@ -1,0 +1,35 @@
+#pragma once
+
+/// @file
+/// Failing calls on demand. The test programs are linked so that the library's calls of the
+/// functions listed in tests/CMakeLists.txt pass through here first; nothing else is touched, and
+/// with nothing armed every call goes straight on.
+
+namespace faults
+{
+
+/// Lets the nth next call of the function (counted from 1) fail with this error number.
+/// "malloc" and its kin return null then. At most one fault per function is armed.
+void fail(const char* function, int error, int nth = 1);
+
+/// Lets every call of the function fail until clear().
+void failAlways(const char* function, int error);
+
+/// How often the function was called since the last clear().
+int calls(const char* function);
+
+/// Makes getdents64() leave the type of every entry unknown, as some file systems do.
+void hideEntryTypes(bool hide);
+
+/// Disarms everything and forgets the counts.
+void clear();
+
+/// Clears on entry and on exit of a test.
+struct Guard {
+    Guard() { clear(); }
+    ~Guard() { clear(); }
+    Guard(const Guard&) = delete;
+    Guard& operator=(const Guard&) = delete;
+};
+
+} // namespace faults

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+/// How a process ended and what it wrote.
+struct Outcome {
+    int status = 0; ///< the exit status, or -N when signal N ended it
+    std::string out;
+    std::string err;
+};
+
+/// How to start a program; the defaults are an administrator's.
+struct Start {
+    std::string directory = "/";
+    std::vector<std::string> environment; ///< "NAME=value", added to the test's own
+    bool standardErrorIntoFile = false;   ///< a regular file instead of a pipe
+    std::function<void()> inChild;        ///< runs last before the program is executed
+};
+
+/// Runs a program to its end. The first argument is also what it sees as its own name.
+Outcome runProgram(
+    const std::string& path, const std::vector<std::string>& arguments, const Start& start = {});
+
+/// Runs the body in a forked child with captured output; for code that ends the process.
+/// A body that returns ends the child with status 0.
+Outcome inChild(const std::function<void()>& body);
+
+/// Runs the body in this process and returns what it wrote (status 0).
+Outcome outputOf(const std::function<void()>& body);
+
+/// The number of descriptors that this process has open.
+size_t openDescriptors();
