@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 // The linker's --wrap gives these names their meaning.
 // NOLINTBEGIN(bugprone-reserved-identifier)
@@ -22,6 +23,8 @@ struct Fault {
     int error = 0;
     int due = 0; ///< the call that fails, counted from 1; 0 = none, -1 = all
     int calls = 0;
+    int bodyDue = 0;
+    void (*body)() = nullptr; ///< to run before that call
 };
 
 std::array<Fault, 48> table;
@@ -45,6 +48,9 @@ bool failsNow(const char* function)
 {
     Fault& fault = slot(function);
     ++fault.calls;
+    if (fault.body != nullptr && fault.calls == fault.bodyDue) {
+        std::exchange(fault.body, nullptr)();
+    }
     if (fault.due == -1 || (fault.due > 0 && fault.calls == fault.due)) {
         errno = fault.error;
         return true;
@@ -69,6 +75,13 @@ void failAlways(const char* function, int error)
     Fault& fault = slot(function);
     fault.error = error;
     fault.due = -1;
+}
+
+void runBefore(const char* function, int nth, void (*body)())
+{
+    Fault& fault = slot(function);
+    fault.bodyDue = fault.calls + nth;
+    fault.body = body;
 }
 
 int calls(const char* function)
@@ -102,7 +115,7 @@ WRAP(char*, nullptr, strdup, (const char* text), (text))
 WRAP(int, -1, vasprintf, (char** out, const char* format, va_list arguments),
     (out, format, arguments))
 WRAP(FILE*, nullptr, fopen, (const char* path, const char* mode), (path, mode))
-WRAP(int, EOF, fclose, (FILE* stream), (stream))
+WRAP(int, EOF, fclose, (FILE * stream), (stream))
 WRAP(ssize_t, -1, getdelim, (char** line, size_t* size, int delimiter, FILE* stream),
     (line, size, delimiter, stream))
 WRAP(int, -1, stat, (const char* path, struct stat* status), (path, status))
@@ -134,6 +147,7 @@ WRAP(int, -1, close, (int file), (file))
 WRAP(ssize_t, -1, read, (int file, void* buffer, size_t size), (file, buffer, size))
 WRAP(ssize_t, -1, write, (int file, const void* buffer, size_t size), (file, buffer, size))
 WRAP(char*, nullptr, getcwd, (char* buffer, size_t size), (buffer, size))
+WRAP(int, -1, getentropy, (void* buffer, size_t size), (buffer, size))
 
 extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __real_openat(int directory, const char* path, int flags, ...);

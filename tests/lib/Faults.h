@@ -15,6 +15,10 @@ void fail(const char* function, int error, int nth = 1);
 /// Lets every call of the function fail until clear().
 void failAlways(const char* function, int error);
 
+/// Runs the body once, right before the nth next call of the function goes on: what somebody else
+/// might do at just this moment. The call itself does not fail.
+void runBefore(const char* function, int nth, void (*body)());
+
 /// How often the function was called since the last clear().
 int calls(const char* function);
 

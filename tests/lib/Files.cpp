@@ -11,10 +11,8 @@
 #include <pwd.h>
 #include <set>
 #include <sstream>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace
@@ -45,7 +43,8 @@ std::string escaped(std::string_view text)
             result += {'\\', character};
         } else if (static_cast<unsigned char>(character) < 32 || character == 127) {
             char code[8];
-            (void)std::snprintf(code, sizeof code, "\\x%02x", static_cast<unsigned char>(character));
+            (void)std::snprintf(
+                code, sizeof code, "\\x%02x", static_cast<unsigned char>(character));
             result += code;
         } else {
             result += character;
@@ -170,14 +169,7 @@ void makeFifo(const std::string& path, Access access)
 
 void makeSocket(const std::string& path, Access access)
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    require(path.size() < sizeof address.sun_path, "socket name", path);
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    const int socketFd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    require(bind(socketFd, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0, "bind",
-        path);
-    close(socketFd);
+    require(mknod(path.c_str(), S_IFSOCK | 0600, 0) == 0, "mknod", path);
     applyAccess(path, access);
 }
 

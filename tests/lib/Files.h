@@ -10,7 +10,7 @@
 
 /// Owner, group and mode of a path to be made.
 struct Access {
-    mode_t mode;
+    mode_t mode = 0;
     uid_t owner = 0;
     gid_t group = 0;
 };

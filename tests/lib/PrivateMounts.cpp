@@ -26,7 +26,8 @@ void require(bool done, const char* what)
 void enterPrivateMountNamespace()
 {
     require(unshare(CLONE_NEWNS) == 0, "unshare(CLONE_NEWNS)");
-    require(mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount of / as private");
+    require(
+        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount of / as private");
 }
 
 PrivateDirectory::PrivateDirectory(std::string path, const std::string& options)

@@ -174,7 +174,8 @@ Outcome outputOf(const std::function<void()>& body)
 size_t openDescriptors()
 {
     size_t count = 0;
-    for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    for ([[maybe_unused]] const auto& entry :
+        std::filesystem::directory_iterator("/proc/self/fd")) {
         ++count;
     }
     return count - 1; // the iterator's own

@@ -14,9 +14,9 @@ struct Outcome {
 /// How to start a program; the defaults are an administrator's.
 struct Start {
     std::string directory = "/";
-    std::vector<std::string> environment; ///< "NAME=value", added to the test's own
-    bool standardErrorIntoFile = false;   ///< a regular file instead of a pipe
-    std::function<void()> inChild;        ///< runs last before the program is executed
+    std::vector<std::string> environment = {}; ///< "NAME=value", added to the test's own
+    bool standardErrorIntoFile = false;        ///< a regular file instead of a pipe
+    std::function<void()> inChild = {};        ///< runs last before the program is executed
 };
 
 /// Runs a program to its end. The first argument is also what it sees as its own name.

@@ -1,0 +1,180 @@
+#include "fsutil/TreeWalk.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "conf/FatalLogger.h"
+
+int directoryFlags() noexcept
+{
+    return O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
+}
+
+void failTreeStep(const char* words, const char* name)
+{
+    fatalLogger(1, 1, "%s %s: %s\n", words, name, std::strerror(errno));
+    std::abort(); // never reached: the report ended the process
+}
+
+void failTreeStep(const char* words)
+{
+    fatalLogger(1, 1, "%s: %s\n", words, std::strerror(errno));
+    std::abort(); // never reached: the report ended the process
+}
+
+int TreeAction::actOnOpenDirectory(int /*directory*/)
+{
+    return 0;
+}
+
+int TreeAction::actOnClosedDirectory(int /*parent*/, const char* /*name*/)
+{
+    return 0;
+}
+
+Descriptor TreeWalk::walk(Descriptor top, const char* name)
+{
+    enter(std::move(top), name);
+    for (;;) {
+        Level& level = open_.back();
+        if (const dirent64* entry = level.reader.next(level.directory.get())) {
+            visit(*entry);
+        } else if (open_.size() > 1 || !parked_.empty()) {
+            leave();
+        } else {
+            return std::move(level.directory);
+        }
+    }
+}
+
+void TreeWalk::enter(Descriptor directory, const char* name)
+{
+    if (fchdir(directory.get()) != 0) {
+        failTreeStep("Unable to change dir", name);
+    }
+    if (open_.size() == maximumOpen) {
+        parkShallowest();
+    }
+    open_.push_back({std::move(directory), name, {}, {}});
+}
+
+void TreeWalk::visit(const dirent64& entry)
+{
+    const char* name = entry.d_name;
+    mode_t type = DTTOIF(entry.d_type);
+    const bool look = entry.d_type == DT_UNKNOWN;
+    if (look) {
+        struct stat status = {};
+        if (fstatat(open_.back().directory.get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (errno == ENOENT) {
+                return;
+            }
+            failTreeStep("Unable to check directory entry", name);
+        }
+        type = status.st_mode & S_IFMT;
+    }
+    if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
+        return;
+    }
+    if (S_ISDIR(type)) {
+        visitDirectory(name, look);
+    } else if (action_.actOnEntry(open_.back().directory.get(), name, type) != 0) {
+        failEntry(action_.words().entry, name, look);
+    }
+}
+
+void TreeWalk::visitDirectory(const char* name, bool looked)
+{
+    Level& parent = open_.back();
+    if (std::exchange(parent.repeated, {}) == name) {
+        return;
+    }
+    Descriptor directory(openat(parent.directory.get(), name, directoryFlags()));
+    if (!directory) {
+        failEntry("Unable to open dir", name, looked);
+        return;
+    }
+    enter(std::move(directory), name);
+}
+
+void TreeWalk::leave()
+{
+    Level level = std::move(open_.back());
+    open_.pop_back();
+    if (open_.empty()) {
+        reopenParent(level);
+    }
+    const char* name = level.name.c_str();
+    if (action_.actOnOpenDirectory(level.directory.get()) != 0) {
+        failTreeStep(action_.words().directory, name);
+    }
+    if (level.directory.close() != 0) {
+        failTreeStep("Unable to close dir", name);
+    }
+    if (action_.actOnClosedDirectory(open_.back().directory.get(), name) != 0) {
+        failTreeStep(action_.words().directory, name);
+    }
+}
+
+void TreeWalk::parkShallowest()
+{
+    Level& level = open_.front();
+    struct stat status = {};
+    if (fstat(level.directory.get(), &status) != 0) {
+        failTreeStep("Unable to get file descriptor of current dir");
+    }
+    const off64_t position = action_.empties() ? 0 : level.reader.position();
+    parked_.push({status.st_dev, status.st_ino, position}, level.name);
+    if (level.directory.close() != 0) {
+        failTreeStep("Unable to close dir", level.name.c_str());
+    }
+    open_.pop_front();
+}
+
+void TreeWalk::reopenParent(const Level& child)
+{
+    constexpr char restore[] = "Unable to restore & close current dir";
+    std::string name;
+    const ParkedLevels::Level known = parked_.pop(name);
+    Descriptor directory(openat(child.directory.get(), "..", directoryFlags()));
+    struct stat status = {};
+    if (!directory || fstat(directory.get(), &status) != 0) {
+        failTreeStep(restore);
+    }
+    if (status.st_dev != known.device || status.st_ino != known.inode) {
+        // Somebody has moved the directory that the walk was in: ".." leads out of the tree.
+        errno = ESTALE;
+        failTreeStep(restore);
+    }
+    // Staying in a removed directory would keep all of its removed parents alive in the kernel,
+    // which looks through them at every further removal: quadratic in the depth.
+    if (fchdir(directory.get()) != 0) {
+        failTreeStep(restore);
+    }
+    if (known.position != 0 && lseek(directory.get(), known.position, SEEK_SET) < 0) {
+        failTreeStep(restore);
+    }
+    // Where several names share a place in the order of a directory, reading on gives the one that
+    // was just done once more.
+    open_.push_back(
+        {std::move(directory), std::move(name), {}, action_.empties() ? "" : child.name});
+}
+
+/// The type that came with an entry saved the look at it, which would have found a vanished or an
+/// unreadable entry before anything else was tried. What that look would have said counts first.
+void TreeWalk::failEntry(const char* words, const char* name, bool looked) const
+{
+    const int error = errno;
+    struct stat status = {};
+    if (!looked && fstatat(open_.back().directory.get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno == ENOENT) {
+            return;
+        }
+        failTreeStep("Unable to check directory entry", name);
+    }
+    errno = error;
+    failTreeStep(words, name);
+}

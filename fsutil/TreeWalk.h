@@ -1,0 +1,102 @@
+#pragma once
+
+#include <deque>
+#include <string>
+#include <sys/types.h>
+
+#include "fsutil/Descriptor.h"
+#include "fsutil/DirectoryReader.h"
+#include "fsutil/ParkedLevels.h"
+
+/// What a walk does to the tree it goes through. The functions act on one path and return 0, or
+/// -1 with `errno`; the walk turns -1 into the fatal report that the action's words begin.
+class TreeAction
+{
+public:
+    /// How the report of a failed step begins; the entry's name and the error follow.
+    struct Words {
+        const char* top;       ///< the path itself, when it is no directory
+        const char* entry;     ///< an entry of a directory that is no directory
+        const char* directory; ///< a directory, after its contents
+    };
+
+    explicit TreeAction(const Words& words) : words_(words) {}
+    virtual ~TreeAction() = default;
+    TreeAction(const TreeAction&) = delete;
+    TreeAction& operator=(const TreeAction&) = delete;
+
+    [[nodiscard]] const Words& words() const noexcept { return words_; }
+
+    /// Acts on an entry that is no directory, without following it.
+    /// @param type its file type, one of the S_IF values.
+    virtual int actOnEntry(int directory, const char* name, mode_t type) = 0;
+
+    /// Acts on a directory whose contents are done, through its own descriptor: whatever its name
+    /// means by now, no other directory is changed in its stead.
+    virtual int actOnOpenDirectory(int directory);
+
+    /// Acts on a directory whose contents are done and which has been closed.
+    virtual int actOnClosedDirectory(int parent, const char* name);
+
+    /// Whether everything that a directory held is gone once the walk has passed it; reading it
+    /// again then starts at its beginning.
+    [[nodiscard]] virtual bool empties() const noexcept { return false; }
+
+private:
+    Words words_;
+};
+
+/// One depth-first walk, contents before the directory itself, that applies an action.
+///
+/// Every failure ends the process through the fatal logger with status 1, in the words of the
+/// step that failed and with the entry's bare name; what was changed before stays changed. Two
+/// things are no failure: an entry that has vanished before its turn, and a directory that stops
+/// giving entries, which counts as its end.
+///
+/// Nothing is ever followed: a directory is opened by its bare name without following a link and
+/// worked on through that descriptor, so that an entry exchanged by the owner of the tree either
+/// is one of the tree's own or makes its step fail. The walk holds a bounded number of directories
+/// open. Deeper down it closes the shallowest of them, and comes back to those through "..",
+/// going on only in a directory of the same device and inode as the one it left.
+class TreeWalk
+{
+public:
+    /// The most directories that a walk holds open at a time.
+    static constexpr size_t maximumOpen = 32;
+
+    explicit TreeWalk(TreeAction& action) : action_(action) {}
+
+    /// Walks the contents of an open directory and gives its descriptor back for the step on the
+    /// directory itself. The current directory is left anywhere inside the tree.
+    /// @param name how reports call the directory.
+    Descriptor walk(Descriptor top, const char* name);
+
+private:
+    struct Level {
+        Descriptor directory;
+        std::string name;
+        DirectoryReader reader;
+        std::string repeated; ///< an entry that was done before and may be read once more
+    };
+
+    void enter(Descriptor directory, const char* name);
+    void visit(const dirent64& entry);
+    void visitDirectory(const char* name, bool looked);
+    void leave();
+    void parkShallowest();
+    void reopenParent(const Level& child);
+    void failEntry(const char* words, const char* name, bool looked) const;
+
+    TreeAction& action_;
+    ParkedLevels parked_;
+    std::deque<Level> open_;
+};
+
+/// The flags with which the walks open a directory.
+int directoryFlags() noexcept;
+
+/// Ends the process with "<words> <name>: <text of errno>\n" through the fatal logger.
+[[noreturn]] void failTreeStep(const char* words, const char* name);
+
+/// Ends the process with "<words>: <text of errno>\n" through the fatal logger.
+[[noreturn]] void failTreeStep(const char* words);

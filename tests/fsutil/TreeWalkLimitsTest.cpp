@@ -1,0 +1,241 @@
+#include <cerrno>
+#include <fcntl.h>
+#include <fstream>
+#include <functional>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fsutil/ParkedLevels.h"
+#include "fsutil/TreeWalk.h"
+#include "fsutil/TreeWalkers.h"
+#include "tests/lib/Faults.h"
+#include "tests/lib/LargeTree.h"
+#include "tests/lib/World.h"
+
+namespace
+{
+
+class TreeWalkLimits : public World
+{
+protected:
+    /// Runs the body with few descriptors and little stack; recursion by level would need more.
+    static Outcome inNarrowChild(const std::function<void()>& body)
+    {
+        return inChild([&body] {
+            limit(RLIMIT_NOFILE, 64);
+            limit(RLIMIT_STACK, 256 * 1024);
+            body();
+        });
+    }
+
+    static void expectQuiet(const Outcome& end)
+    {
+        EXPECT_EQ(end.err, "");
+        EXPECT_EQ(end.out, "");
+        EXPECT_EQ(end.status, 0);
+    }
+
+    faults::Guard guard_;
+
+private:
+    static void limit(__rlimit_resource_t resource, rlim_t value)
+    {
+        const rlimit narrow{value, value};
+        ASSERT_EQ(setrlimit(resource, &narrow), 0);
+    }
+};
+
+/// The most memory that a process has held, in KiB.
+long peakMemory()
+{
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        if (word == "VmHWM:") {
+            long kib = 0;
+            status >> kib;
+            return kib;
+        }
+    }
+    return -1;
+}
+
+/// What the body adds to the peak of a child, in KiB.
+long peakOf(const std::function<void()>& body)
+{
+    const Outcome end = inChild([&body] {
+        body();
+        std::printf("%ld", peakMemory());
+    });
+    EXPECT_EQ(end.status, 0) << end.err;
+    return std::stol(end.out);
+}
+
+void makeWideDirectory(const std::string& path, int files)
+{
+    makeDir(path);
+    const int directory = open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    for (int i = 0; i < files; ++i) {
+        const std::string name = "a file with a name of usual length " + std::to_string(i);
+        close(openat(directory, name.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+    }
+    close(directory);
+}
+
+} // namespace
+
+TEST_F(TreeWalkLimits, DoNotIncludeTheDepthOfATree)
+{
+    constexpr int levels = 100000;
+    makeDeepTree("/srv/deep", levels, 0, 0);
+    expectQuiet(inNarrowChild([] { changeOwnerOfTree("/srv/deep", site, kvocln, 1); }));
+    expectQuiet(inNarrowChild([] { changeModeOfTree("/srv/deep", 0640, 0710, 1); }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), levels + 1);
+    expectQuiet(inNarrowChild([] { removeTree("/srv/deep", 1); }));
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_F(TreeWalkLimits, LetADeepWalkReachEverythingBesideItsWay)
+{
+    constexpr int levels = 500;
+    makeDeepTree("/srv/deep", levels, 3, 3);
+    expectQuiet(inNarrowChild([] {
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+        changeModeOfTree("/srv/deep", 0640, 0710, 1);
+    }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), levels + 1);
+    expectQuiet(inNarrowChild([] { removeTree("/srv/deep", 0); }));
+    EXPECT_EQ(treeOf("/srv/deep"), "dir  0710 site:kvocln .\n");
+}
+
+TEST_F(TreeWalkLimits, LetADeepWalkReadOnInDirectoriesOfManyEntries)
+{
+    // More entries a level than one read of a directory returns.
+    constexpr int levels = 40;
+    makeDeepTree("/srv/deep", levels, 2000, 2);
+    expectQuiet(inNarrowChild([] {
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+        changeModeOfTree("/srv/deep", 0640, 0710, 1);
+    }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), levels + 1);
+    expectQuiet(inNarrowChild([] { removeTree("/srv/deep", 1); }));
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_F(TreeWalkLimits, DoNotIncludeTheDepthWhereTypesAreUnknownEither)
+{
+    makeDeepTree("/srv/deep", 200, 1, 1);
+    expectQuiet(inNarrowChild([] {
+        faults::hideEntryTypes(true);
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+        changeModeOfTree("/srv/deep", 0640, 0710, 1);
+    }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), 201);
+}
+
+TEST_F(TreeWalkLimits, StopADeepWalkWhoseWayBackWasMovedOutOfTheTree)
+{
+    makeDeepTree("/srv/deep", 60, 0, 0);
+    makeDeepTree("/srv/outside", 3, 1, 1);
+    const Outcome end = inChild([] {
+        // The first change happens at the bottom; by then the upper levels are closed.
+        faults::runBefore("fchown", 1, [] {
+            std::string middle = "/srv/deep";
+            for (int i = 0; i < 10; ++i) {
+                middle += "/d";
+            }
+            ASSERT_EQ(rename(middle.c_str(), "/srv/outside/d/d/moved"), 0);
+        });
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+    });
+    EXPECT_EQ(end.err, "Unable to restore & close current dir: Stale file handle\n"
+                       "\nSystem error 116: Stale file handle\n");
+    EXPECT_EQ(end.out, end.err);
+    EXPECT_EQ(end.status, 1);
+    EXPECT_EQ(accessOf("/srv/outside/d/d"), "0755 root:root");
+    EXPECT_EQ(accessOf("/srv/outside/d/d/d"), "0755 root:root");
+    EXPECT_EQ(accessOf("/srv/outside/d/d/file0"), "0644 root:root");
+}
+
+TEST_F(TreeWalkLimits, StopADeepWalkWhoseWayBackCannotBeOpened)
+{
+    makeDeepTree("/srv/deep", 60, 0, 0);
+    const Outcome end = inChild([] {
+        faults::fail("openat", EMFILE, 62); // behind those that led down
+        removeTree("/srv/deep", 1);
+    });
+    EXPECT_EQ(end.err, "Unable to restore & close current dir: Too many open files\n"
+                       "\nSystem error 24: Too many open files\n");
+    EXPECT_EQ(end.status, 1);
+}
+
+TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)
+{
+    makeDeepTree("/srv/deep", 300, 0, 0);
+    static size_t most;
+    faults::runBefore("fchown", 1, [] { most = openDescriptors(); });
+    const size_t before = openDescriptors();
+    changeOwnerOfTree("/srv/deep", site, kvocln, 0);
+    EXPECT_LE(most, before + TreeWalk::maximumOpen + 2);
+    EXPECT_GE(most, before + 2);
+}
+
+TEST_F(TreeWalkLimits, HoldNoMemoryThatGrowsWithADirectory)
+{
+    makeWideDirectory("/srv/narrow", 1000);
+    makeWideDirectory("/srv/wide", 100000);
+    const auto everything = [](const char* path) {
+        changeOwnerOfTree(path, site, kvocln, 1);
+        changeModeOfTree(path, 0640, 0710, 1);
+        removeTree(path, 1);
+    };
+    const long narrow = peakOf([&] { everything("/srv/narrow"); });
+    const long wide = peakOf([&] { everything("/srv/wide"); });
+    EXPECT_LT(wide - narrow, 512) << "KiB for 100 times as many entries";
+    EXPECT_FALSE(exists("/srv/wide"));
+}
+
+TEST_F(TreeWalkLimits, CoverALargeTreeWithNamesAndTypesOfEveryKind)
+{
+    makeLargeTree("/srv/large");
+    const TreeCount made = countTree("/srv/large", "0644 root:root", "0755 root:root");
+    EXPECT_EQ(made.files, 20000U);
+    EXPECT_EQ(made.directories, 500U);
+    EXPECT_EQ(made.others, 450U);
+
+    const Outcome quiet = outputOf([] {
+        changeOwnerOfTree("/srv/large", site, kvocln, 0);
+        changeModeOfTree("/srv/large", 0640, 0710, 0);
+    });
+    EXPECT_EQ(quiet.out + quiet.err, "");
+    const TreeCount changed = countTree("/srv/large", "0640 site:kvocln", "0710 site:kvocln");
+    EXPECT_EQ(changed.files, made.files);
+    EXPECT_EQ(changed.directories, made.directories);
+    EXPECT_EQ(changed.others, made.others);
+    EXPECT_EQ(accessOf("/etc/passwd"), "0644 root:root");
+    EXPECT_EQ(accessOf("/srv/large"), "0755 root:root");
+
+    removeTree("/srv/large", 0);
+    EXPECT_EQ(treeOf("/srv/large"), "dir  0755 root:root .\n");
+    EXPECT_TRUE(exists("/etc/passwd"));
+}
+
+TEST(ParkedLevels, ReturnWhatWasPushedLastFirst)
+{
+    ParkedLevels levels;
+    EXPECT_TRUE(levels.empty());
+    levels.push({1, 2, 3}, "top");
+    levels.push({4, 5, 6}, "");
+    levels.push({7, 8, 9}, "deepest");
+    std::string name;
+    const ParkedLevels::Level deepest = levels.pop(name);
+    EXPECT_EQ(name, "deepest");
+    EXPECT_EQ(deepest.device, 7U);
+    EXPECT_EQ(deepest.inode, 8U);
+    EXPECT_EQ(deepest.position, 9);
+    (void)levels.pop(name);
+    EXPECT_EQ(name, "");
+    EXPECT_EQ(levels.pop(name).inode, 2U);
+    EXPECT_EQ(name, "top");
+    EXPECT_TRUE(levels.empty());
+}

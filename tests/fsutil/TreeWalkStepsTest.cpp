@@ -1,0 +1,273 @@
+#include <functional>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fsutil/TreeWalkers.h"
+#include "tests/lib/Faults.h"
+#include "tests/lib/World.h"
+
+namespace
+{
+
+/// The steps that all walks share, tried on each of them.
+struct Walk {
+    const char* name;
+    void (*on)(const char* path);
+};
+
+void remove(const char* path)
+{
+    removeTree(path, 0);
+}
+
+void own(const char* path)
+{
+    changeOwnerOfTree(path, 1001, 2002, 0);
+}
+
+void mode(const char* path)
+{
+    changeModeOfTree(path, 0640, 0750, 0);
+}
+
+class TreeWalkSteps : public World, public ::testing::WithParamInterface<Walk>
+{
+protected:
+    TreeWalkSteps()
+    {
+        makeDir("/srv/t");
+        makeDir("/srv/t/a");
+        makeFile("/srv/t/a/file", "x");
+    }
+
+    static void expectFatal(const std::function<void()>& prepare, const std::string& message,
+        int error, const char* path = "/srv/t")
+    {
+        const Outcome end = inChild([&] {
+            prepare();
+            GetParam().on(path);
+        });
+        const std::string text = strerror(error);
+        const std::string whole = message + ": " + text + "\n\nSystem error " +
+                                  std::to_string(error) + ": " + text + '\n';
+        EXPECT_EQ(end.err, whole);
+        EXPECT_EQ(end.out, whole);
+        EXPECT_EQ(end.status, 1);
+    }
+
+    static void expectDone()
+    {
+        EXPECT_FALSE(treeOf("/srv/t").find("a/file \"x\"") != std::string::npos &&
+                     accessOf("/srv/t/a/file") == "0644 root:root");
+    }
+
+    faults::Guard guard_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, TreeWalkSteps,
+    ::testing::Values(Walk{"removing", remove}, Walk{"owner", own}, Walk{"mode", mode}),
+    [](const auto& walk) { return std::string(walk.param.name); });
+
+} // namespace
+
+TEST_P(TreeWalkSteps, FailToKeepTheCurrentDirectoryBeforeTheTreeIsOpened)
+{
+    // The first open() holds the directory of the path, the second the current one.
+    expectFatal([] { faults::fail("open", EMFILE, 2); },
+        "Unable to get file descriptor of current dir", EMFILE);
+    EXPECT_EQ(accessOf("/srv/t/a/file"), "0644 root:root");
+}
+
+TEST_P(TreeWalkSteps, FailToOpenTheTopByThePathAsGiven)
+{
+    expectFatal([] { faults::fail("openat", EIO); }, "Unable to open dir /srv/t", EIO);
+}
+
+TEST_P(TreeWalkSteps, FailToOpenASubdirectoryByItsBareName)
+{
+    expectFatal([] { faults::fail("openat", EMFILE, 2); }, "Unable to open dir a", EMFILE);
+}
+
+TEST_P(TreeWalkSteps, FailToChangeIntoTheTop)
+{
+    expectFatal([] { faults::fail("fchdir", EACCES); }, "Unable to change dir /srv/t", EACCES);
+}
+
+TEST_P(TreeWalkSteps, FailToChangeIntoASubdirectory)
+{
+    expectFatal([] { faults::fail("fchdir", EACCES, 2); }, "Unable to change dir a", EACCES);
+}
+
+TEST_P(TreeWalkSteps, FailToRestoreTheCurrentDirectory)
+{
+    expectFatal(
+        [] { faults::fail("fchdir", EIO, 3); }, "Unable to restore & close current dir", EIO);
+}
+
+TEST_P(TreeWalkSteps, FailToCloseASubdirectory)
+{
+    expectFatal([] { faults::fail("close", EIO, 1); }, "Unable to close dir a", EIO);
+}
+
+TEST_P(TreeWalkSteps, FailToCloseTheCurrentDirectoryThatWasKept)
+{
+    expectFatal(
+        [] { faults::fail("close", EIO, 2); }, "Unable to restore & close current dir", EIO);
+}
+
+TEST_P(TreeWalkSteps, FailToCloseTheTop)
+{
+    expectFatal([] { faults::fail("close", EIO, 3); }, "Unable to close dir /srv/t", EIO);
+}
+
+TEST_P(TreeWalkSteps, NameTheFirstOfTwoFailuresToRestoreAndClose)
+{
+    expectFatal(
+        [] {
+            faults::fail("fchdir", ESTALE, 3);
+            faults::fail("close", EIO, 2);
+        },
+        "Unable to restore & close current dir", ESTALE);
+}
+
+TEST_P(TreeWalkSteps, LookAtAnEntryOfUnknownTypeAndFailWhenThatFails)
+{
+    makeDir("/srv/one");
+    makeFile("/srv/one/file", "x");
+    // Of the looks, the first is at the top; ".", ".." and "file" follow in some order.
+    for (int nth = 2; nth <= 4; ++nth) {
+        const Outcome end = inChild([nth] {
+            faults::hideEntryTypes(true);
+            faults::fail("fstatat", EIO, nth);
+            GetParam().on("/srv/one");
+        });
+        EXPECT_EQ(end.err.rfind("Unable to check directory entry ", 0), 0U) << end.err;
+        EXPECT_EQ(end.out, end.err);
+        EXPECT_EQ(end.status, 1);
+    }
+}
+
+TEST_P(TreeWalkSteps, LookAtADotBeforePassingItOverWhereTypesAreUnknown)
+{
+    makeDir("/srv/empty");
+    expectFatal(
+        [] {
+            faults::hideEntryTypes(true);
+            faults::fail("fstatat", EIO, 2);
+        },
+        "Unable to check directory entry .", EIO, "/srv/empty");
+}
+
+TEST_P(TreeWalkSteps, PassOverAnEntryOfUnknownTypeThatHasVanished)
+{
+    makeDir("/srv/one");
+    makeFile("/srv/one/file", "x");
+    faults::hideEntryTypes(true);
+    faults::runBefore("fstatat", 2, [] { (void)unlink("/srv/one/file"); });
+    const Outcome end = outputOf([] { GetParam().on("/srv/one"); });
+    EXPECT_EQ(end.out + end.err, "");
+}
+
+TEST_P(TreeWalkSteps, GiveTheSameResultWhereTypesAreUnknown)
+{
+    makeFifo("/srv/t/a/fifo");
+    makeLink("/srv/t/link", "a");
+    makeDir("/srv/t/a/b");
+    makeFile("/srv/t/a/b/file", "x");
+    ASSERT_EQ(runProgram("/bin/cp", {"cp", "-a", "/srv/t", "/srv/twin"}).status, 0);
+    GetParam().on("/srv/t");
+    faults::hideEntryTypes(true);
+    GetParam().on("/srv/twin");
+    EXPECT_EQ(treeOf("/srv/twin"), treeOf("/srv/t"));
+    expectDone();
+}
+
+TEST_P(TreeWalkSteps, FailOnADirectoryOfUnknownTypeThatVanishesAfterTheLook)
+{
+    expectFatal(
+        [] {
+            faults::hideEntryTypes(true);
+            faults::fail("openat", ENOENT, 2);
+        },
+        "Unable to open dir a", ENOENT);
+}
+
+TEST_P(TreeWalkSteps, PassOverASubdirectoryThatVanishesBeforeItsTurn)
+{
+    makeDir("/srv/one");
+    makeDir("/srv/one/a");
+    faults::runBefore("openat", 2, [] { (void)rmdir("/srv/one/a"); });
+    const Outcome end = outputOf([] { GetParam().on("/srv/one"); });
+    EXPECT_EQ(end.out + end.err, "");
+}
+
+TEST_P(TreeWalkSteps, SayFirstThatAnEntryCannotBeLookedAtWhenItCanNeitherBeOpened)
+{
+    expectFatal(
+        [] {
+            faults::fail("openat", EIO, 2);
+            faults::fail("fstatat", EIO, 2);
+        },
+        "Unable to check directory entry a", EIO);
+}
+
+TEST_P(TreeWalkSteps, CountAFailedReadAsTheEndOfTheDirectory)
+{
+    faults::fail("getdents64", EIO);
+    const Outcome end = outputOf([] { GetParam().on("/srv/t"); });
+    EXPECT_EQ(end.out + end.err, "");
+    EXPECT_EQ(accessOf("/srv/t/a/file"), "0644 root:root");
+}
+
+TEST_P(TreeWalkSteps, TryToWalkATopThatCannotBeLookedAt)
+{
+    faults::fail("fstatat", EIO);
+    const Outcome end = outputOf([] { GetParam().on("/srv/t"); });
+    EXPECT_EQ(end.out + end.err, "");
+    expectDone();
+}
+
+TEST_P(TreeWalkSteps, LeaveTheCurrentDirectoryAsItWas)
+{
+    ASSERT_EQ(chdir("/srv/www"), 0);
+    GetParam().on("/srv/t");
+    char directory[64];
+    EXPECT_STREQ(getcwd(directory, sizeof directory), "/srv/www");
+}
+
+TEST_P(TreeWalkSteps, ComeBackToACurrentDirectoryWhosePathHasMovedAway)
+{
+    makeDirs("/srv/here/now");
+    ASSERT_EQ(chdir("/srv/here/now"), 0);
+    ASSERT_EQ(rename("/srv/here", "/srv/there"), 0);
+    GetParam().on("/srv/t");
+    makeFile("mark", "");
+    EXPECT_TRUE(exists("/srv/there/now/mark"));
+}
+
+TEST_P(TreeWalkSteps, LeaveNoDescriptorOpen)
+{
+    const size_t before = openDescriptors();
+    GetParam().on("/srv/t");
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_P(TreeWalkSteps, TakeNamesOfAnyBytes)
+{
+    for (const char* name : {" ", "-rf", "a\nb", "\xc3\xa4\xe2\x82\xac", "\xff\xfe", "*", "%s%n"}) {
+        makeDir(std::string("/srv/t/a/") + name);
+        makeFile(std::string("/srv/t/a/") + name + "/" + name, "x");
+    }
+    makeFile("/srv/t/a/" + std::string(255, 'n'), "x");
+    const Outcome end = outputOf([] { GetParam().on("/srv/t"); });
+    EXPECT_EQ(end.out + end.err, "");
+    EXPECT_EQ(treeOf("/srv/t").find("0644 root:root"), std::string::npos);
+}
+
+TEST_P(TreeWalkSteps, PrintANameWithPercentSignsAsItIs)
+{
+    makeDir("/srv/percent");
+    makeDir("/srv/percent/%s%n");
+    expectFatal(
+        [] { faults::fail("openat", EIO, 2); }, "Unable to open dir %s%n", EIO, "/srv/percent");
+}
