@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -28,7 +29,14 @@ protected:
     static Outcome runAs(const std::string& name, Arguments arguments, const Start& start = {})
     {
         arguments.insert(arguments.begin(), name);
-        return runProgram(TWIGCTL_PATH, arguments, start);
+        return runProgram(program(), arguments, start);
+    }
+
+    /// The program under test: the one built beside the tests, or the one that TWIGCTL names.
+    static std::string program()
+    {
+        const char* named = std::getenv("TWIGCTL");
+        return named != nullptr ? named : TWIGCTL_PATH;
     }
 
     static Arguments with(Arguments arguments, const Arguments& more)
