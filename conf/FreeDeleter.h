@@ -5,6 +5,7 @@
 
 /// Releases what the C library allocated.
 struct FreeDeleter {
+    // NOLINTNEXTLINE(cppcoreguidelines-owning-memory): this is what owns it
     void operator()(void* memory) const noexcept { std::free(memory); }
 };
 

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <sys/types.h>
+
+/// @file
+/// Single directories: making them with an owner and a mode, renaming them, comparing them.
+///
+/// Unless said otherwise the result is 0, or -1 after a report that does not end the process; the
+/// report of a failed call carries that call's error. An owner or a group of -1 leaves that id as
+/// it is.
+
+/// Makes one directory and gives it this owner and group and exactly this mode, whatever the
+/// umask. What already stands there, a file included, is taken over in the same way.
+///
+/// A path that is gone by the time its owner or mode is set (or never was, as behind a dangling
+/// link) counts as done. An older `errno` is forgotten; after a success it may be EEXIST or ENOENT.
+/// Reports: "ERROR: Unable to mkdir %s: %s\n", "ERROR: Unable to chown %s: %s\n",
+/// "ERROR: Unable to chmod %s: %s\n"; what was done before the failure stays.
+int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode);
+
+/// Makes a directory and its missing parents, all with this owner and group. The mode goes through
+/// mkdir(2): the umask cuts it, and a set-group-id parent adds its bit. Parents get only the
+/// permission bits (0777) of it.
+///
+/// Whatever exists at any level, even a file, is left alone. A failed chown(2) is reported as
+/// "Cannot chown %s: %s" and the work goes on.
+///
+/// @param path cut at its slashes while the work lasts, whole again afterwards.
+/// @return always 0. What cannot be made ends the process with status 1 and
+///         "Cannot create directory %s: %s" naming the level that failed.
+int makeDirectoryPath(char* path, uid_t owner, gid_t group, mode_t mode);
+
+/// As makeDirectoryPath(), working on a copy of the path; without memory for it, see
+/// allocatingFormatter().
+int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mode);
+
+/// Renames a directory without ever replacing anything that stat(2) can see.
+///
+/// An old path that stat(2) cannot see is nothing to rename: 0, even if the new one exists. The
+/// refusal "Directory rename error: target directory %s already exists.\n" follows no failed call,
+/// so it shows the `errno` that was pending before. A failed rename(2) is
+/// "Remaming %s to %s failed: %s\n".
+int renameDirectory(const char* oldPath, const char* newPath);
+
+/// Whether a directory lies below another, by their resolved names. A symbolic link is no
+/// directory here unless a slash follows it, and no directory lies below itself or below "/".
+///
+/// The process visits both directories and comes back. A relative parent is looked up from inside
+/// the path, so give absolute names.
+/// @return 1 or 0; a directory whose name cannot be told gives 0. Reports nothing.
+int isSubdirectory(const char* path, const char* parent);

@@ -1,0 +1,172 @@
+#include "fsutil/NewFile.h"
+
+#include <cerrno>
+#include <cinttypes>
+#include <cstdio>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fsutil/Descriptor.h"
+
+namespace
+{
+
+constexpr mode_t unfinished = 0600;
+
+/// Whether the error says that this road is closed here rather than that the file cannot be made.
+/// O_TMPFILE: EOPNOTSUPP from the file system, EISDIR from a kernel that does not know the flag.
+/// Linking without a name: ENOENT without the capability or without /proc, EACCES where /proc is
+/// closed to this process. Flags that a file system does not take: EINVAL. A filter of system
+/// calls: ENOSYS, EPERM. Some of these have other causes as well; the next road then meets them
+/// again and says so.
+bool roadClosed(int error)
+{
+    return error == EOPNOTSUPP || error == EISDIR || error == ENOENT || error == EINVAL ||
+           error == ENOSYS || error == EPERM || error == EACCES;
+}
+
+int writeAll(int file, std::string_view content)
+{
+    while (!content.empty()) {
+        const ssize_t written = write(file, content.data(), content.size());
+        if (written >= 0) {
+            content.remove_prefix(static_cast<size_t>(written));
+        } else if (errno != EINTR) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+void giveAccess(int file, mode_t mode, gid_t group)
+{
+    constexpr mode_t setId = S_ISUID | S_ISGID;
+    (void)fchmod(file, mode & 07777);
+    if (fchown(file, static_cast<uid_t>(-1), group) != 0 && (mode & setId) != 0) {
+        // The change of group would have taken these bits away; without it they must not stay, or
+        // the file would run with the rights of this process.
+        (void)fchmod(file, mode & 07777 & ~setId);
+    }
+}
+
+int fill(int file, std::string_view content, mode_t mode, gid_t group)
+{
+    if (writeAll(file, content) != 0) {
+        return -1;
+    }
+    giveAccess(file, mode, group);
+    return 0;
+}
+
+int linkNameless(int file, int directory, const char* name)
+{
+    if (linkat(file, "", directory, name, AT_EMPTY_PATH) == 0) {
+        return 0;
+    }
+    if (!roadClosed(errno)) {
+        return -1;
+    }
+    char path[sizeof "/proc/self/fd/-2147483648"];
+    (void)std::snprintf(path, sizeof path, "/proc/self/fd/%d", file);
+    return linkat(AT_FDCWD, path, directory, name, AT_SYMLINK_FOLLOW);
+}
+
+int createNameless(
+    int directory, const char* name, std::string_view content, mode_t mode, gid_t group)
+{
+    const Descriptor file(openat(directory, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, unfinished));
+    if (!file || fill(file.get(), content, mode, group) != 0) {
+        return -1;
+    }
+    // Closing is not checked: file systems that report a failed write only then have no nameless
+    // files.
+    return linkNameless(file.get(), directory, name);
+}
+
+/// A file under a hidden name that nobody can foresee, removed unless it was moved to its place.
+class TemporaryFile
+{
+public:
+    explicit TemporaryFile(int directory) : directory_(directory) { open(); }
+    TemporaryFile(const TemporaryFile&) = delete;
+    TemporaryFile& operator=(const TemporaryFile&) = delete;
+    ~TemporaryFile() { remove(); }
+
+    explicit operator bool() const noexcept { return named_; }
+    [[nodiscard]] int get() const noexcept { return file_.get(); }
+
+    /// Closes the file and gives it the name, unless that is taken: 0, or -1 with `errno`.
+    int moveTo(const char* name);
+
+private:
+    void open();
+    void remove() noexcept;
+
+    int directory_;
+    char name_[sizeof ".new-0123456789abcdef"] = "";
+    bool named_ = false;
+    Descriptor file_;
+};
+
+void TemporaryFile::open()
+{
+    constexpr int attempts = 100;
+    for (int i = 0; i < attempts; ++i) {
+        uint64_t random = 0;
+        if (getentropy(&random, sizeof random) != 0) {
+            return;
+        }
+        (void)std::snprintf(name_, sizeof name_, ".new-%016" PRIx64, random);
+        file_.reset(openat(
+            directory_, name_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinished));
+        named_ = static_cast<bool>(file_);
+        if (named_ || errno != EEXIST) {
+            return;
+        }
+    }
+    // EEXIST would say that the final name is taken.
+    errno = EAGAIN;
+}
+
+int TemporaryFile::moveTo(const char* name)
+{
+    if (file_.close() != 0) {
+        return -1;
+    }
+    if (renameat2(directory_, name_, directory_, name, RENAME_NOREPLACE) == 0) {
+        named_ = false;
+        return 0;
+    }
+    return roadClosed(errno) ? linkat(directory_, name_, directory_, name, 0) : -1;
+}
+
+void TemporaryFile::remove() noexcept
+{
+    if (named_) {
+        const int error = errno;
+        (void)unlinkat(directory_, name_, 0);
+        errno = error;
+    }
+}
+
+int createUnderTemporaryName(
+    int directory, const char* name, std::string_view content, mode_t mode, gid_t group)
+{
+    TemporaryFile file(directory);
+    if (!file || fill(file.get(), content, mode, group) != 0) {
+        return -1;
+    }
+    return file.moveTo(name);
+}
+
+} // namespace
+
+int createWholeFile(
+    int directory, const char* name, std::string_view content, mode_t mode, gid_t group)
+{
+    if (createNameless(directory, name, content, mode, group) == 0) {
+        return 0;
+    }
+    return roadClosed(errno) ? createUnderTemporaryName(directory, name, content, mode, group) : -1;
+}

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <string_view>
+#include <sys/types.h>
+
+/// Creates a regular file that appears under its name whole, with its final mode and group, or
+/// not at all, and that never replaces what already has the name.
+///
+/// The file is written while it has no name yet. Where the file system has no such files, or they
+/// cannot be given a name, it is written under a hidden name beside the final one; that name is
+/// gone whatever happens next, unless the process is killed.
+///
+/// @param directory an open directory (O_PATH suffices), or AT_FDCWD.
+/// @param name      a single component.
+/// @param mode      permission bits, applied exactly, whatever the umask. Other bits are ignored.
+/// @param group     given after the mode, which makes the system take set-id bits away as it does
+///                  for any file that changes hands. The owner is the process's.
+///                  Whether mode and group could be set is not checked: the file then appears with
+///                  less access than asked for.
+/// @return 0, or -1 with `errno` and no file made: EEXIST when the name is taken, else what kept
+///         the file from being made or written.
+int createWholeFile(
+    int directory, const char* name, std::string_view content, mode_t mode, gid_t group);

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/types.h>
+
+/// @file
+/// Owner, group and mode of one existing path. A symbolic link at its end is followed.
+///
+/// Everything here returns 0, or -1 after a report that does not end the process; the report of a
+/// failed call carries that call's error. An owner or a group of -1 leaves that id as it is. The
+/// mode is set last, because the kernel takes the set-id bits from a file that changes hands.
+
+/// Gives the path this owner and group, then exactly this mode.
+///
+/// "ERROR: unable to chown %s: %s\n" leaves everything as it was; after
+/// "ERROR: unable to chmod %s: %s\n" owner and group are changed and the mode is not.
+int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode);
+
+/// As setOwnerAndMode() with the user and the primary group of an account. An account that does
+/// not exist is "user %s not found", and nothing is changed.
+int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode);
+
+/// As setOwnerAndMode(), unless stat(2) fails on the path for whatever reason: then nothing
+/// happens and the result is 0. An older `errno` is forgotten.
+int setOwnerAndModeIfPresent(const char* path, uid_t owner, gid_t group, mode_t mode);

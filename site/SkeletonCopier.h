@@ -1,0 +1,68 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include "site/ParentDirectory.h"
+#include "site/SiteDestination.h"
+#include "site/SiteOptions.h"
+#include "site/VirtualHostPath.h"
+
+namespace zelto
+{
+
+/// Copies a skeleton's entries one by one into a virtual host, its document root and its CGI
+/// directory, with "@domain_name@" in the content of files replaced by the virtual host's name.
+///
+/// What stands at a destination is never changed, whatever it is. Files and directories get the
+/// skeleton entry's permission bits and then the clients' group, which costs a file its set-id
+/// bits; whether these two could be set is not checked. A file appears whole or not at all. Other
+/// kinds of entries are not copied.
+///
+/// An entry that cannot be copied is reported on the message stream and does not stop the ones
+/// after it: behind "corbel:InstallSkeleton(): " stands
+///     stat("<destination>") failed: <reason>     the destination cannot be looked at,
+///     <source>: <reason>                         the skeleton's entry cannot be looked at or read,
+///     <destination>: <reason>                    the file cannot be created or written,
+/// and, only if verbose,
+///     <destination> already exists, not restoring
+///     <destination> not a file or directory, skipping
+class SkeletonCopier
+{
+public:
+    /// @param host, skeleton, messages borrowed; they must outlive the copier.
+    /// @param group the group that every copied entry gets.
+    SkeletonCopier(const VirtualHostPath& host, const boost::filesystem::path& skeleton,
+        gid_t group, std::ostream& messages, bool verbose, const SkeletonOptions& options);
+
+    /// Copies one entry, given relative to the skeleton; its directory must have been copied
+    /// before it.
+    /// @throw boost::filesystem::filesystem_error when a directory cannot be created.
+    void copy(const boost::filesystem::path& entry);
+
+private:
+    using path = boost::filesystem::path;
+
+    void keepExisting(const path& source, const path& destination, const struct stat& existing);
+    void copyMissing(const path& source, const SiteDestination& destination);
+    void copyFile(const path& source, const path& destination);
+    void createFile(const path& destination, std::string_view content, mode_t mode);
+    void copyDirectory(const SiteDestination& destination, mode_t mode);
+
+    void reportError(const path& failed, int error);
+    void reportIfVerbose(const path& destination, const char* what);
+
+    const VirtualHostPath& host_;
+    const path& skeleton_;
+    gid_t group_;
+    std::ostream& messages_;
+    bool verbose_;
+    SiteOptions options_;
+    ParentDirectory parent_;
+};
+
+} // namespace zelto

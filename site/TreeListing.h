@@ -1,0 +1,28 @@
+#pragma once
+
+#include <boost/filesystem/path.hpp>
+#include <vector>
+
+namespace zelto
+{
+
+using EntryList = std::vector<boost::filesystem::path>;
+
+/// Appends `relative` and everything below it, as paths relative to `base`, parents first and
+/// otherwise in the order in which the directories give their entries. Symbolic links are listed
+/// and not followed.
+///
+/// The path asked for is listed before it is looked at, hence also when nothing is there. What
+/// cannot be looked at is reported on standard error as "<path>: <reason>"; a directory that
+/// cannot be read, with the text of the exception. Either ends the walk of that directory only.
+/// However deep the tree, one descriptor is used at a time.
+void listTree(const boost::filesystem::path& base, const boost::filesystem::path& relative,
+    EntryList& entries);
+
+/// Whether a listed path comes before another: component by component, each compared as bytes, a
+/// path before everything beneath it. This is the order of boost's `a < b`, without the
+/// allocations for each component; both must be as listTree() makes them, that is relative, with
+/// no empty component and no trailing separator.
+bool comesBefore(const boost::filesystem::path& a, const boost::filesystem::path& b) noexcept;
+
+} // namespace zelto

@@ -1,0 +1,381 @@
+#include <cerrno>
+#include <cstring>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "fsutil/Descriptor.h"
+#include "fsutil/NewFile.h"
+#include "tests/lib/Faults.h"
+#include "tests/lib/World.h"
+
+namespace
+{
+
+/// The roads by which a file can get its name, each forced by closing those before it.
+enum class Road { nameless, throughProc, renamed, linkedAndUnlinked };
+
+const char* nameOf(Road road)
+{
+    constexpr const char* names[] = {"Nameless", "ThroughProc", "Renamed", "LinkedAndUnlinked"};
+    return names[static_cast<int>(road)];
+}
+
+void force(Road road)
+{
+    switch (road) {
+    case Road::nameless:
+        break;
+    case Road::throughProc:
+        faults::fail("linkat", ENOENT);
+        break;
+    case Road::linkedAndUnlinked:
+        faults::failAlways("renameat2", EINVAL);
+        [[fallthrough]];
+    case Road::renamed:
+        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+        break;
+    }
+}
+
+class NewFile : public World
+{
+protected:
+    NewFile() : directory_((makeDir("/srv/d"), open("/srv/d", O_PATH | O_DIRECTORY | O_CLOEXEC)))
+    {
+        faults::clear();
+    }
+
+    /// "" for success, else the error's name.
+    std::string create(
+        const char* name, std::string_view content, mode_t mode = 0644, gid_t group = kvocln) const
+    {
+        const size_t before = openDescriptors();
+        errno = 0;
+        const int result = createWholeFile(directory_.get(), name, content, mode, group);
+        const int error = errno;
+        EXPECT_EQ(openDescriptors(), before);
+        return result == 0 ? "" : strerrorname_np(error);
+    }
+
+    static std::string tree() { return treeOf("/srv/d"); }
+    static std::string withFile(const std::string& line)
+    {
+        return "dir  0755 root:root .\nfile " + line + '\n';
+    }
+
+    static constexpr const char* empty = "dir  0755 root:root .\n";
+
+    faults::Guard guard_;
+    Descriptor directory_;
+};
+
+class NewFileByAnyRoad : public NewFile, public ::testing::WithParamInterface<Road>
+{
+protected:
+    NewFileByAnyRoad() { force(GetParam()); }
+};
+
+INSTANTIATE_TEST_SUITE_P(Roads, NewFileByAnyRoad,
+    ::testing::Values(Road::nameless, Road::throughProc, Road::renamed, Road::linkedAndUnlinked),
+    [](const auto& road) { return nameOf(road.param); });
+
+std::string seenBefore;
+
+} // namespace
+
+TEST_P(NewFileByAnyRoad, TheFileHasContentModeAndGroupAndBelongsToTheProcess)
+{
+    EXPECT_EQ(create("a b", std::string_view("one\0two\n", 8), 0640), "");
+    EXPECT_EQ(tree(), withFile("0640 root:kvocln a b \"one\\x00two\\n\""));
+}
+
+TEST_P(NewFileByAnyRoad, AnEmptyFileIsMadeAsWell)
+{
+    EXPECT_EQ(create("f", ""), "");
+    EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"\""));
+}
+
+TEST_P(NewFileByAnyRoad, TheModeIsExactWhateverTheUmask)
+{
+    for (const mode_t mask : {000U, 077U, 0777U}) {
+        umask(mask);
+        faults::clear();
+        force(GetParam());
+        EXPECT_EQ(create("f", "x", 0666), "");
+        EXPECT_EQ(tree(), withFile("0666 root:kvocln f \"x\""));
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_P(NewFileByAnyRoad, ChangingTheGroupTakesSetIdBitsAwayAsForAnyFile)
+{
+    const std::pair<mode_t, const char*> table[] = {{06755, "0755"}, {04644, "0644"},
+        {02755, "0755"}, {02644, "2644"}, {01644, "1644"}, {07777, "1777"}, {0, "0000"},
+        {S_IFREG | 0600, "0600"}, {0444, "0444"}};
+    for (const auto& [mode, shown] : table) {
+        faults::clear();
+        force(GetParam());
+        EXPECT_EQ(create("f", "x", mode), "");
+        EXPECT_EQ(tree(), withFile(shown + std::string(" root:kvocln f \"x\"")));
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_P(NewFileByAnyRoad, TheGroupIsTheOneAskedForAlsoInASetGroupIdDirectory)
+{
+    ASSERT_EQ(chown("/srv/d", 0, users), 0);
+    ASSERT_EQ(chmod("/srv/d", 02777), 0);
+    EXPECT_EQ(create("f", "x"), "");
+    EXPECT_EQ(accessOf("/srv/d/f"), "0644 root:kvocln");
+}
+
+TEST_P(NewFileByAnyRoad, NothingThatExistsIsReplaced)
+{
+    makeFile("/srv/d/file", "old", {0600, site, users});
+    makeDir("/srv/d/directory");
+    makeLink("/srv/d/dangling", "nowhere");
+    makeFifo("/srv/d/fifo");
+    const std::string before = tree();
+    for (const char* name : {"file", "directory", "dangling", "fifo"}) {
+        faults::clear();
+        force(GetParam());
+        EXPECT_EQ(create(name, "new"), "EEXIST") << name;
+    }
+    EXPECT_EQ(tree(), before);
+}
+
+TEST_P(NewFileByAnyRoad, AFileThatTakesTheNameMeanwhileStays)
+{
+    faults::runBefore("fchown", 1, [] { makeFile("/srv/d/f", "theirs"); });
+    EXPECT_EQ(create("f", "ours"), "EEXIST");
+    EXPECT_EQ(tree(), withFile("0644 root:root f \"theirs\""));
+}
+
+TEST_P(NewFileByAnyRoad, AnInterruptedWriteIsRepeated)
+{
+    faults::fail("write", EINTR);
+    EXPECT_EQ(create("f", "content"), "");
+    EXPECT_EQ(contentOf("/srv/d/f"), "content");
+}
+
+TEST_P(NewFileByAnyRoad, AFailedWriteLeavesNothing)
+{
+    faults::fail("write", EIO);
+    EXPECT_EQ(create("f", "content"), "EIO");
+    EXPECT_EQ(tree(), empty);
+}
+
+TEST_P(NewFileByAnyRoad, AFullFileSystemLeavesNothingAndALaterAttemptSucceeds)
+{
+    makeDir("/srv/small");
+    const PrivateDirectory small("/srv/small", "size=64k");
+    makeFile("/srv/small/ballast", std::string(40000, 'b'));
+    const std::string before = treeOf("/srv/small");
+    directory_.reset(open("/srv/small", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    const std::string content(40000, 'c');
+    EXPECT_EQ(create("f", content), "ENOSPC");
+    EXPECT_EQ(treeOf("/srv/small"), before);
+
+    EXPECT_EQ(unlink("/srv/small/ballast"), 0);
+    EXPECT_EQ(treeOf("/srv/small"), empty);
+    faults::clear();
+    force(GetParam());
+    EXPECT_EQ(create("f", content), "");
+    EXPECT_TRUE(contentOf("/srv/small/f") == content);
+}
+
+TEST_P(NewFileByAnyRoad, AFileSystemWithoutInodesLeavesNothing)
+{
+    makeDir("/srv/small");
+    const PrivateDirectory small("/srv/small", "nr_inodes=3");
+    makeFile("/srv/small/1", "");
+    makeFile("/srv/small/2", "");
+    const std::string before = treeOf("/srv/small");
+    directory_.reset(open("/srv/small", O_PATH | O_DIRECTORY | O_CLOEXEC));
+    EXPECT_EQ(create("f", ""), "ENOSPC");
+    EXPECT_EQ(treeOf("/srv/small"), before);
+}
+
+TEST_P(NewFileByAnyRoad, ADirectoryThatIsGoneIsReported)
+{
+    ASSERT_EQ(rmdir("/srv/d"), 0);
+    EXPECT_EQ(create("f", "x"), "ENOENT");
+}
+
+TEST_P(NewFileByAnyRoad, ModeAndGroupAreNotChecked)
+{
+    faults::failAlways("fchmod", EPERM);
+    faults::failAlways("fchown", EPERM);
+    EXPECT_EQ(create("f", "x", 0755), "");
+    EXPECT_EQ(tree(), withFile("0600 root:root f \"x\""));
+}
+
+TEST_P(NewFileByAnyRoad, WithoutTheChangeOfGroupSetIdBitsDoNotStayEither)
+{
+    faults::failAlways("fchown", EPERM);
+    EXPECT_EQ(create("f", "x", 07755), "");
+    EXPECT_EQ(tree(), withFile("1755 root:root f \"x\""));
+}
+
+TEST_P(NewFileByAnyRoad, TheWorkingDirectoryCanBeTheDirectory)
+{
+    ASSERT_EQ(chdir("/srv/d"), 0);
+    EXPECT_EQ(createWholeFile(AT_FDCWD, "f", "x", 0644, kvocln), 0);
+    EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+}
+
+TEST_P(NewFileByAnyRoad, AUserWithoutPrivilegesCanMakeFilesToo)
+{
+    ASSERT_EQ(chown("/srv/d", site, users), 0);
+    const Outcome outcome = inChild([this] {
+        if (setgid(users) == 0 && setuid(site) == 0) {
+            std::_Exit(createWholeFile(directory_.get(), "f", "x", 0640, users) == 0 ? 0 : 1);
+        }
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(tree(), "dir  0755 site:users .\nfile 0640 site:users f \"x\"\n");
+}
+
+TEST_F(NewFile, UsuallyTheFileHasNoNameUntilItIsFinished)
+{
+    faults::runBefore("linkat", 1, [] { seenBefore = tree(); });
+    EXPECT_EQ(create("f", "x"), "");
+    EXPECT_EQ(seenBefore, empty);
+    EXPECT_EQ(faults::calls("linkat"), 1);
+    EXPECT_EQ(faults::calls("openat"), 0);
+    EXPECT_EQ(faults::calls("renameat2"), 0);
+    EXPECT_EQ(faults::calls("unlinkat"), 0);
+}
+
+TEST_F(NewFile, WhereLinkingByDescriptorIsRefusedTheProcFileSystemHelps)
+{
+    for (const int error : {ENOENT, EINVAL, ENOSYS, EPERM, EACCES, EOPNOTSUPP}) {
+        faults::clear();
+        faults::fail("linkat", error);
+        EXPECT_EQ(create("f", "x"), "") << error;
+        EXPECT_EQ(faults::calls("linkat"), 2);
+        EXPECT_EQ(faults::calls("renameat2"), 0);
+        EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_F(NewFile, WithoutNamelessFilesAHiddenNameIsUsedAndThenRenamed)
+{
+    for (const int error : {EOPNOTSUPP, EISDIR, ENOSYS, EPERM, EINVAL, ENOENT}) {
+        faults::clear();
+        faults::failAlways("O_TMPFILE", error);
+        faults::runBefore("renameat2", 1, [] { seenBefore = tree(); });
+        EXPECT_EQ(create("f", "x", 0640), "") << error;
+        EXPECT_EQ(seenBefore.find("dir  0755 root:root .\nfile 0640 root:kvocln ."), 0U)
+            << seenBefore;
+        EXPECT_EQ(tree(), withFile("0640 root:kvocln f \"x\""));
+        EXPECT_EQ(faults::calls("renameat2"), 1);
+        EXPECT_EQ(faults::calls("linkat"), 0);
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_F(NewFile, WhereNamelessFilesCannotBeLinkedAHiddenNameIsUsedToo)
+{
+    for (const int error : {ENOENT, EINVAL, ENOSYS, EPERM, EACCES, EOPNOTSUPP}) {
+        faults::clear();
+        faults::failAlways("linkat", error);
+        EXPECT_EQ(create("f", "x", 0640), "") << error;
+        EXPECT_EQ(tree(), withFile("0640 root:kvocln f \"x\""));
+        EXPECT_EQ(faults::calls("renameat2"), 1);
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_F(NewFile, AHiddenNameIsLinkedWhereItCannotBeRenamedWithoutReplacing)
+{
+    for (const int error : {EINVAL, ENOSYS, EPERM}) {
+        faults::clear();
+        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+        faults::failAlways("renameat2", error);
+        EXPECT_EQ(create("f", "x"), "") << error;
+        EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+        EXPECT_EQ(faults::calls("linkat"), 1);
+        EXPECT_EQ(faults::calls("unlinkat"), 1);
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_F(NewFile, HiddenNamesCannotBeForeseen)
+{
+    std::set<std::string> seen;
+    for (int i = 0; i < 20; ++i) {
+        faults::clear();
+        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+        faults::runBefore("renameat2", 1, [] { seenBefore = tree(); });
+        EXPECT_EQ(create("f", ""), "");
+        seen.insert(seenBefore);
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+    EXPECT_EQ(seen.size(), 20U);
+}
+
+TEST_F(NewFile, WithoutRandomnessThereIsNoHiddenName)
+{
+    faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+    faults::fail("getentropy", ENOSYS);
+    EXPECT_EQ(create("f", "x"), "ENOSYS");
+    EXPECT_EQ(tree(), empty);
+}
+
+TEST_F(NewFile, ATakenHiddenNameIsReplacedByAnother)
+{
+    faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+    faults::fail("openat", EEXIST);
+    EXPECT_EQ(create("f", "x"), "");
+    EXPECT_EQ(faults::calls("openat"), 2);
+    EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+}
+
+TEST_F(NewFile, RunningOutOfHiddenNamesIsNotMistakenForATakenFinalName)
+{
+    faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+    faults::failAlways("openat", EEXIST);
+    EXPECT_EQ(create("f", "x"), "EAGAIN");
+}
+
+TEST_F(NewFile, RealFailuresOfTheNamelessRoadEndTheAttempt)
+{
+    for (const int error : {EIO, ENOSPC, EDQUOT, EMFILE, ENOMEM, EROFS}) {
+        for (const char* call : {"O_TMPFILE", "write", "linkat"}) {
+            faults::clear();
+            faults::fail(call, error);
+            EXPECT_EQ(create("f", "x"), strerrorname_np(error)) << call;
+            EXPECT_EQ(tree(), empty);
+            EXPECT_EQ(faults::calls("openat"), 0);
+        }
+    }
+}
+
+TEST_F(NewFile, NoFailureLeavesTheHiddenNameBehind)
+{
+    for (const int error : {EIO, ENOSPC, EDQUOT, EMFILE, ENOMEM, EROFS}) {
+        for (const char* call : {"openat", "write", "close", "renameat2"}) {
+            faults::clear();
+            faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+            faults::fail(call, error);
+            EXPECT_EQ(createWholeFile(directory_.get(), "f", "x", 0644, kvocln), -1) << call;
+            EXPECT_STREQ(strerrorname_np(errno), strerrorname_np(error)) << call;
+            faults::clear();
+            EXPECT_EQ(tree(), empty) << call;
+        }
+    }
+}
+
+TEST_F(NewFile, WhereNoRoadIsOpenTheLastRefusalIsReportedAndNothingStays)
+{
+    faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+    faults::failAlways("renameat2", EINVAL);
+    faults::failAlways("linkat", EPERM);
+    EXPECT_EQ(create("f", "x"), "EPERM");
+    faults::clear();
+    EXPECT_EQ(tree(), empty);
+}

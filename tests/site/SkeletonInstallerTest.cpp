@@ -1,0 +1,647 @@
+#include <array>
+#include <boost/filesystem/exception.hpp>
+#include <cerrno>
+#include <fcntl.h>
+#include <stdexcept>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "conf/TerminateHandler.h"
+#include "site/SkeletonInstaller.h"
+#include "tests/lib/Faults.h"
+#include "tests/lib/World.h"
+
+using zelto::installForNameUnderRoot;
+using zelto::installForSubdomain;
+using zelto::installForVirtualHostDirectory;
+using zelto::SkeletonOptions;
+
+namespace
+{
+
+const std::string root = "/srv/www/vhosts";
+const std::string domain = root + "/example.test";
+const std::string subdomain = domain + "/subdomains/shop";
+
+/// Runs the body with another standard error.
+template<class Body>
+void withStandardError(int file, Body body)
+{
+    const int kept = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3);
+    dup2(file, STDERR_FILENO);
+    body();
+    dup2(kept, STDERR_FILENO);
+    close(kept);
+}
+
+/// Runs the body with a pipe as standard error and returns what it wrote.
+template<class Body>
+std::string errorsOf(Body body)
+{
+    std::array<int, 2> ends{};
+    EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+    withStandardError(ends[1], body);
+    close(ends[1]);
+    std::string text(65536, '\0');
+    const ssize_t length = read(ends[0], text.data(), text.size());
+    close(ends[0]);
+    text.resize(length > 0 ? static_cast<size_t>(length) : 0);
+    return text;
+}
+
+/// Runs the body with a terminal as standard error and says whether it wrote anything.
+template<class Body>
+bool writesToATerminal(Body body)
+{
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(unlockpt(terminal), 0);
+    const int screen = open(ptsname(terminal), O_RDWR | O_NOCTTY | O_CLOEXEC);
+    EXPECT_EQ(isatty(screen), 1);
+    withStandardError(screen, body);
+    int written = -1;
+    EXPECT_EQ(ioctl(terminal, FIONREAD, &written), 0);
+    close(screen);
+    close(terminal);
+    return written > 0;
+}
+
+/// Runs the body with a regular file as standard error.
+template<class Body>
+std::string errorsIntoAFile(Body body)
+{
+    const Outcome outcome = outputOf(body);
+    EXPECT_EQ(outcome.out, "");
+    return outcome.err;
+}
+
+template<class Body>
+std::string thrownBy(Body body)
+{
+    try {
+        body();
+        return "nothing";
+    } catch (const std::exception& exception) {
+        return exception.what();
+    }
+}
+
+std::string installer(const std::string& text)
+{
+    return "corbel:InstallSkeleton(): " + text + '\n';
+}
+
+std::string alreadyExists(const std::string& destination)
+{
+    return installer(destination + " already exists, not restoring");
+}
+
+class SkeletonInstaller : public World
+{
+protected:
+    SkeletonInstaller()
+    {
+        makeDirs(subdomain);
+        makeDirs(skeleton_);
+    }
+
+    void makeSkeletonFile(const std::string& path, std::string_view content = "")
+    {
+        const std::string whole = skeleton_ + '/' + path;
+        makeDirs(whole.substr(0, whole.rfind('/')));
+        makeFile(whole, content);
+    }
+
+    unsigned int install(const char* clientId = "7") const
+    {
+        return installForSubdomain("example.test", "shop", clientId, options_);
+    }
+
+    /// What is written to a pipe while the subdomain is seeded without an exception.
+    std::string messages(const char* clientId = "7") const
+    {
+        return errorsOf([&] { EXPECT_EQ(install(clientId), 0U); });
+    }
+
+    /// The same with a regular file, which asks for every message.
+    std::string allMessages(const char* clientId = "7") const
+    {
+        return errorsIntoAFile([&] { EXPECT_EQ(install(clientId), 0U); });
+    }
+
+    std::string skeleton_ = root + "/.skel/7";
+    SkeletonOptions options_ = {"/srv/web", 0, 0, 0, "/srv/cgi"};
+    faults::Guard guard_;
+};
+
+constexpr const char* emptyDirectory = "dir  0755 root:root .\n";
+
+} // namespace
+
+// --- the three entry points ---
+
+TEST_F(SkeletonInstaller, ASubdomainIsSeededAndNamesTheParentDomain)
+{
+    makeSkeletonFile("httpdocs/index.html", "at @domain_name@");
+    makeSkeletonFile("cgi-bin/x.cgi", "#!");
+    makeSkeletonFile("conf/site.conf", "@domain_name@ @domain_name@");
+    makeSkeletonFile("anon_ftp/pub/README", "");
+    makeSkeletonFile("error_docs/404.html", "none");
+    makeSkeletonFile("httpsdocs/x", "");
+    makeSkeletonFile("private/x", "");
+    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(treeOf(subdomain),
+        "dir  0755 root:root .\n"
+        "dir  0755 root:kvocln anon_ftp\n"
+        "dir  0755 root:kvocln anon_ftp/pub\n"
+        "file 0644 root:kvocln anon_ftp/pub/README \"\"\n"
+        "dir  0755 root:kvocln conf\n"
+        "file 0644 root:kvocln conf/site.conf \"example.test example.test\"\n"
+        "dir  0755 root:kvocln error_docs\n"
+        "file 0644 root:kvocln error_docs/404.html \"none\"\n");
+    EXPECT_EQ(treeOf("/srv/web"), "dir  0755 root:kvocln .\n"
+                                  "file 0644 root:kvocln index.html \"at example.test\"\n");
+    EXPECT_EQ(treeOf("/srv/cgi"), "dir  0755 root:kvocln .\n"
+                                  "file 0644 root:kvocln x.cgi \"#!\"\n");
+}
+
+TEST_F(SkeletonInstaller, AVirtualHostDirectoryIsSeededUnderItsOwnName)
+{
+    makeSkeletonFile("conf/f", "@domain_name@");
+    EXPECT_EQ(installForVirtualHostDirectory(subdomain, 0, "7", options_), 0U);
+    EXPECT_EQ(contentOf(subdomain + "/conf/f"), "shop.example.test");
+    EXPECT_EQ(installForVirtualHostDirectory(domain, 0, "7", options_), 0U);
+    EXPECT_EQ(contentOf(domain + "/conf/f"), "example.test");
+}
+
+TEST_F(SkeletonInstaller, ANameUnderTheRootIsSeededUnderItsOwnName)
+{
+    makeSkeletonFile("conf/f", "@domain_name@");
+    EXPECT_EQ(installForNameUnderRoot("new.test", "7", options_), 0U);
+    EXPECT_EQ(contentOf(root + "/new.test/conf/f"), "new.test");
+    EXPECT_EQ(accessOf(root + "/new.test"), "0755 root:root");
+    EXPECT_EQ(installForNameUnderRoot("example.test/subdomains/shop", "7", options_), 0U);
+    EXPECT_EQ(contentOf(subdomain + "/conf/f"), "shop.example.test");
+}
+
+TEST_F(SkeletonInstaller, DirectoriesThatAreNoVirtualHostsAreRefusedEvenWithoutAClient)
+{
+    for (const char* client : {"7", static_cast<const char*>(nullptr)}) {
+        EXPECT_EQ(thrownBy([&] {
+            (void)installForVirtualHostDirectory("/srv/elsewhere", 0, client, options_);
+        }),
+            "Virtual host /srv/elsewhere is not a subdirectory of /srv/www/vhosts");
+        EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot("a/b", client, options_); }),
+            "Directory /srv/www/vhosts/a/b does not represent a virtual host");
+        EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot("", client, options_); }),
+            "Directory /srv/www/vhosts does not represent a virtual host");
+    }
+}
+
+TEST_F(SkeletonInstaller, ANullClientDoesNothingAtAll)
+{
+    const std::string before = treeOf(root);
+    EXPECT_EQ(installForSubdomain("new.test", "a", nullptr, options_), 0U);
+    EXPECT_EQ(installForNameUnderRoot("new.test", nullptr, options_), 0U);
+    EXPECT_EQ(installForVirtualHostDirectory(root + "/new.test", 0, nullptr, options_), 0U);
+    EXPECT_EQ(treeOf(root), before);
+}
+
+TEST_F(SkeletonInstaller, SkippingTheWebRootTakesItOutOfTheListing)
+{
+    makeSkeletonFile("httpdocs/index.html");
+    makeSkeletonFile("conf/f");
+    makeDir("/srv/web");
+    options_.skip_www_root = 1;
+    EXPECT_EQ(allMessages(), "");
+    EXPECT_EQ(errorsIntoAFile(
+                  [&] { EXPECT_EQ(installForNameUnderRoot("example.test", "7", options_), 0U); }),
+        "");
+    EXPECT_EQ(treeOf("/srv/web"), emptyDirectory);
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+TEST_F(SkeletonInstaller, TheListingModeOfADirectorySaysWhetherTheWebRootIsSeeded)
+{
+    makeSkeletonFile("httpdocs/index.html");
+    options_.skip_www_root = 1;
+    EXPECT_EQ(installForVirtualHostDirectory(domain, 2, "7", options_), 0U);
+    EXPECT_FALSE(exists("/srv/web"));
+    EXPECT_EQ(installForVirtualHostDirectory(domain, 0, "7", options_), 0U);
+    EXPECT_TRUE(exists("/srv/web/index.html"));
+}
+
+TEST_F(SkeletonInstaller, ModeOneSeedsThePrivateDirectory)
+{
+    makeSkeletonFile("httpdocs/1");
+    makeSkeletonFile("cgi-bin/2");
+    makeSkeletonFile("private/3");
+    makeSkeletonFile("conf/4");
+    EXPECT_EQ(installForVirtualHostDirectory(subdomain, 1, "7", options_), 0U);
+    EXPECT_TRUE(exists("/srv/web/1") && exists("/srv/cgi/2"));
+    EXPECT_TRUE(exists(subdomain + "/private/3"));
+    EXPECT_FALSE(exists(subdomain + "/conf"));
+}
+
+TEST_F(SkeletonInstaller, AnUnknownModeSeedsNothingButStillWantsTheGroup)
+{
+    makeSkeletonFile("conf/f");
+    EXPECT_EQ(installForVirtualHostDirectory(root + "/new.test", 3, "7", options_), 0U);
+    EXPECT_EQ(treeOf(root + "/new.test"), emptyDirectory);
+    removeGroup("kvocln");
+    EXPECT_EQ(thrownBy([&] { (void)installForVirtualHostDirectory(domain, 3, "7", options_); }),
+        "group kvocln not found");
+}
+
+TEST_F(SkeletonInstaller, SkippedDirectoriesAreLeftOut)
+{
+    makeSkeletonFile("cgi-bin/x");
+    makeSkeletonFile("error_docs/404");
+    makeSkeletonFile("conf/f");
+    options_.skip_cgi_bin = 1;
+    options_.skip_error_docs = 1;
+    EXPECT_EQ(allMessages(), "");
+    EXPECT_FALSE(exists("/srv/cgi"));
+    EXPECT_FALSE(exists(subdomain + "/error_docs"));
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+// --- the virtual host's directory ---
+
+TEST_F(SkeletonInstaller, TheVirtualHostsDirectoryIsMadeOneLevelOnly)
+{
+    makeSkeletonFile("conf/f");
+    EXPECT_EQ(installForSubdomain("example.test", "new", "7", options_), 0U);
+    EXPECT_EQ(accessOf(domain + "/subdomains/new"), "0755 root:root");
+    EXPECT_EQ(thrownBy([&] { (void)installForSubdomain("new.test", "a", "7", options_); }),
+        "boost::filesystem::create_directory: No such file or directory: "
+        "\"/srv/www/vhosts/new.test/subdomains/a\"");
+}
+
+TEST_F(SkeletonInstaller, TheVirtualHostsDirectoryIsMadeBeforeTheSkeletonIsChosen)
+{
+    ASSERT_EQ(rmdir(skeleton_.c_str()), 0);
+    EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot("new.test", "7", options_); }),
+        "Skeleton directory `/srv/www/vhosts/.skel/0' does not exist");
+    EXPECT_EQ(treeOf(root + "/new.test"), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, AVirtualHostBehindALoopOfLinksIsAnError)
+{
+    makeLink(root + "/loop.test", "loop.test");
+    EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot("loop.test", "7", options_); }),
+        "boost::filesystem::status: Too many levels of symbolic links: "
+        "\"/srv/www/vhosts/loop.test\"");
+}
+
+TEST_F(SkeletonInstaller, AVirtualHostThatIsAFileGetsOneMessagePerEntryAndNoChange)
+{
+    makeSkeletonFile("conf/a");
+    makeSkeletonFile("error_docs/404");
+    ASSERT_EQ(rmdir(subdomain.c_str()), 0);
+    makeFile(subdomain, "a file", {0640, site, users});
+    std::string expected;
+    for (const char* entry : {"anon_ftp", "conf", "conf/a", "error_docs", "error_docs/404"}) {
+        expected += installer("stat(\"" + subdomain + '/' + entry + "\") failed: Not a directory");
+    }
+    EXPECT_EQ(messages(), expected);
+    EXPECT_EQ(treeOf(subdomain), "file 0640 site:users . \"a file\"\n");
+}
+
+// --- the choice of the skeleton ---
+
+TEST_F(SkeletonInstaller, WithoutAClientsSkeletonTheCommonOneIsUsed)
+{
+    skeleton_ = root + "/.skel/0";
+    makeSkeletonFile("conf/common");
+    EXPECT_EQ(messages("8"), "");
+    EXPECT_TRUE(exists(subdomain + "/conf/common"));
+}
+
+TEST_F(SkeletonInstaller, AClientsOwnSkeletonComesFirstHoweverEmpty)
+{
+    skeleton_ = root + "/.skel/0";
+    makeSkeletonFile("conf/common");
+    EXPECT_EQ(messages("7"), "");
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, ALinkToASkeletonIsFollowed)
+{
+    skeleton_ = root + "/.skel/shared";
+    makeSkeletonFile("conf/f");
+    makeLink(root + "/.skel/8", "shared");
+    EXPECT_EQ(messages("8"), "");
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+TEST_F(SkeletonInstaller, WithNeitherSkeletonTheCommonOneIsNamed)
+{
+    EXPECT_EQ(thrownBy([&] { (void)install("8"); }),
+        "Skeleton directory `/srv/www/vhosts/.skel/0' does not exist");
+}
+
+TEST_F(SkeletonInstaller, AMissingSkeletonEndsAProcessThatDoesNotCatch)
+{
+    const Outcome outcome = inChild([&] {
+        installTerminateHandler();
+        [&]() noexcept { (void)install("8"); }();
+    });
+    EXPECT_EQ(outcome.err,
+        "Unexpected error: Skeleton directory `/srv/www/vhosts/.skel/0' does not exist\n");
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, ASkeletonThatIsAFileIsKeptAndReportedEntryByEntry)
+{
+    makeFile(root + "/.skel/8", "");
+    skeleton_ = root + "/.skel/0";
+    makeSkeletonFile("conf/f");
+    const std::string listing =
+        root + "/.skel/8/httpdocs: Not a directory\n" + root + "/.skel/8/conf: Not a directory\n" +
+        root + "/.skel/8/cgi-bin: Not a directory\n" + root +
+        "/.skel/8/anon_ftp: Not a directory\n" + root + "/.skel/8/error_docs: Not a directory\n";
+    std::string copying;
+    for (const char* name : {"anon_ftp", "cgi-bin", "conf", "error_docs", "httpdocs"}) {
+        copying += installer(root + "/.skel/8/" + name + ": Not a directory");
+    }
+    EXPECT_EQ(messages("8"), listing + copying);
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, ASkeletonBehindALoopIsKeptAndOneBehindADanglingLinkIsNot)
+{
+    skeleton_ = root + "/.skel/0";
+    makeSkeletonFile("conf/f");
+    makeLink(root + "/.skel/loop", "loop");
+    makeLink(root + "/.skel/dangling", "nowhere");
+    const std::string text = messages("loop");
+    EXPECT_EQ(text.substr(0, text.find('\n') + 1),
+        root + "/.skel/loop/httpdocs: Too many levels of symbolic links\n");
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+    EXPECT_EQ(messages("dangling"), "");
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+TEST_F(SkeletonInstaller, AnyErrorButAbsenceKeepsTheCommonSkeletonToo)
+{
+    makeLink(root + "/.skel/0", "0");
+    const std::string text = messages("8");
+    EXPECT_EQ(text.substr(0, text.find('\n') + 1),
+        root + "/.skel/0/httpdocs: Too many levels of symbolic links\n");
+}
+
+TEST_F(SkeletonInstaller, AnEmptyClientMeansTheDirectoryOfAllSkeletons)
+{
+    skeleton_ = root + "/.skel/0";
+    makeSkeletonFile("conf/common");
+    EXPECT_EQ(messages(""), "");
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+    skeleton_ = root + "/.skel";
+    makeSkeletonFile("conf/f");
+    EXPECT_EQ(messages(""), "");
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+TEST_F(SkeletonInstaller, AClientThatBeginsWithASlashStaysBelowTheSkeletons)
+{
+    skeleton_ = root + "/.skel/etc";
+    makeSkeletonFile("conf/f");
+    makeDirs("/etc/conf");
+    makeFile("/etc/conf/host", "");
+    EXPECT_EQ(messages("/etc"), "");
+    EXPECT_EQ(
+        treeOf(subdomain + "/conf"), "dir  0755 root:kvocln .\nfile 0644 root:kvocln f \"\"\n");
+}
+
+// --- messages ---
+
+TEST_F(SkeletonInstaller, WhatExistsIsMentionedOnlyWhileStandardErrorIsARegularFile)
+{
+    makeSkeletonFile("conf/f", "new");
+    makeLink(skeleton_ + "/conf/l", "f");
+    makeDir(subdomain + "/conf");
+    makeFile(subdomain + "/conf/f", "old");
+    EXPECT_EQ(messages(), "");
+    EXPECT_FALSE(writesToATerminal([&] { (void)install(); }));
+    EXPECT_EQ(
+        allMessages(), alreadyExists(subdomain + "/conf/f") +
+                           installer(subdomain + "/conf/l not a file or directory, skipping"));
+    EXPECT_EQ(
+        treeOf(subdomain + "/conf"), "dir  0755 root:root .\nfile 0644 root:root f \"old\"\n");
+}
+
+TEST_F(SkeletonInstaller, AStandardErrorThatCannotBeExaminedCountsAsNoFile)
+{
+    makeSkeletonFile("conf/f", "new");
+    makeDir(subdomain + "/conf");
+    makeFile(subdomain + "/conf/f", "old");
+    faults::clear();
+    faults::fail("fstat", EBADF);
+    EXPECT_EQ(allMessages(), "");
+}
+
+TEST_F(SkeletonInstaller, AClosedStandardErrorReceivesNothingInItsPlace)
+{
+    makeSkeletonFile("conf/f", "new");
+    makeSkeletonFile("conf/g", "new");
+    makeDir(subdomain + "/conf");
+    makeFile(subdomain + "/conf/f", "old");
+    const Outcome outcome = inChild([&] {
+        close(STDERR_FILENO);
+        std::_Exit(install() == 0 && contentOf(subdomain + "/conf/f") == "old" ? 0 : 1);
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(contentOf(subdomain + "/conf/g"), "new");
+}
+
+TEST_F(SkeletonInstaller, AMissingSiteDirectoryIsMentionedOnlyIfItsDestinationExists)
+{
+    EXPECT_EQ(allMessages(), "");
+    makeDir(subdomain + "/anon_ftp");
+    EXPECT_EQ(allMessages(), alreadyExists(subdomain + "/anon_ftp"));
+    EXPECT_EQ(messages(), "");
+}
+
+TEST_F(SkeletonInstaller, EntriesAreCopiedInTheOrderOfTheirComponents)
+{
+    makeSkeletonFile("httpdocs/a-x");
+    makeSkeletonFile("httpdocs/a.b");
+    makeSkeletonFile("httpdocs/a/c");
+    makeSkeletonFile("conf/z");
+    makeSkeletonFile("anon_ftp/z");
+    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(allMessages(), alreadyExists(subdomain + "/anon_ftp/z") +
+                                 alreadyExists(subdomain + "/conf/z") +
+                                 alreadyExists("/srv/web/a/c") + alreadyExists("/srv/web/a-x") +
+                                 alreadyExists("/srv/web/a.b"));
+}
+
+TEST_F(SkeletonInstaller, AListingErrorIsReportedBeforeAMissingGroupStopsTheRest)
+{
+    removeGroup("kvocln");
+    makeSkeletonFile("conf/f");
+    makeFile(root + "/.skel/8", "");
+    std::string text;
+    const std::string errors = errorsOf([&] {
+        text = thrownBy([&] { (void)installForNameUnderRoot("new.test", "8", options_); });
+    });
+    EXPECT_EQ(
+        errors.substr(0, errors.find('\n') + 1), root + "/.skel/8/httpdocs: Not a directory\n");
+    EXPECT_EQ(errors.find("corbel"), std::string::npos);
+    EXPECT_EQ(text, "group kvocln not found");
+    EXPECT_EQ(treeOf(root + "/new.test"), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, AMissingGroupEndsAProcessThatDoesNotCatch)
+{
+    removeGroup("kvocln");
+    makeSkeletonFile("conf/f");
+    const Outcome outcome = inChild([&] {
+        installTerminateHandler();
+        [&]() noexcept { (void)install(); }();
+    });
+    EXPECT_EQ(outcome.err, "Unexpected error: group kvocln not found\n");
+    EXPECT_EQ(outcome.out, "");
+    EXPECT_EQ(outcome.status, 1);
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, AnUnreadableSkeletonDirectoryIsReportedAndTheOthersAreSeeded)
+{
+    makeSkeletonFile("conf/closed/f");
+    makeSkeletonFile("conf/open/f");
+    makeSkeletonFile("error_docs/404");
+    ASSERT_EQ(chmod((skeleton_ + "/conf/closed").c_str(), 0), 0);
+    ASSERT_EQ(chown(subdomain.c_str(), site, users), 0);
+    options_.skip_cgi_bin = 1;
+    const Outcome outcome = inChild([&] {
+        if (setgid(users) == 0 && setuid(site) == 0) {
+            std::_Exit(static_cast<int>(install()));
+        }
+    });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(
+        outcome.err, "boost::filesystem::directory_iterator::construct: Permission denied: \"" +
+                         skeleton_ + "/conf/closed\"\n");
+    EXPECT_EQ(treeOf(subdomain), "dir  0755 site:users .\n"
+                                 "dir  0755 site:users conf\n"
+                                 "dir  0000 site:users conf/closed\n"
+                                 "dir  0755 site:users conf/open\n"
+                                 "file 0644 site:users conf/open/f \"\"\n"
+                                 "dir  0755 site:users error_docs\n"
+                                 "file 0644 site:users error_docs/404 \"\"\n");
+}
+
+// --- where the web root goes ---
+
+TEST_F(SkeletonInstaller, RelativeRootsStartAtTheCallersWorkingDirectory)
+{
+    makeSkeletonFile("httpdocs/index.html");
+    makeSkeletonFile("cgi-bin/x.cgi");
+    makeDir("/srv/cwd");
+    ASSERT_EQ(chdir("/srv/cwd"), 0);
+    options_.www_root = "httpdocs";
+    options_.cgi_bin_path = "cgi-bin";
+    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(treeOf("/srv/cwd"), "dir  0755 root:root .\n"
+                                  "dir  0755 root:kvocln cgi-bin\n"
+                                  "file 0644 root:kvocln cgi-bin/x.cgi \"\"\n"
+                                  "dir  0755 root:kvocln httpdocs\n"
+                                  "file 0644 root:kvocln httpdocs/index.html \"\"\n");
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
+
+TEST_F(SkeletonInstaller, MissingParentsOfTheWebRootAreMadeOnlyIfTheSkeletonHasOne)
+{
+    umask(027);
+    options_.www_root = "/srv/a/b/web";
+    EXPECT_EQ(messages(), "");
+    EXPECT_FALSE(exists("/srv/a"));
+    makeSkeletonFile("httpdocs/index.html");
+    EXPECT_EQ(messages(), "");
+    EXPECT_EQ(treeOf("/srv/a"), "dir  0750 root:root .\n"
+                                "dir  0750 root:root b\n"
+                                "dir  0755 root:kvocln b/web\n"
+                                "file 0644 root:kvocln b/web/index.html \"\"\n");
+}
+
+TEST_F(SkeletonInstaller, AWebRootThatCannotBeMadeStopsWithWhatWasCopiedLeftInPlace)
+{
+    makeSkeletonFile("conf/f");
+    makeSkeletonFile("httpdocs/index.html");
+    makeLink("/srv/d", "nowhere");
+    options_.www_root = "/srv/d/x";
+    EXPECT_EQ(thrownBy([&] { (void)install(); }),
+        "boost::filesystem::create_directories: File exists: \"/srv/d\"");
+    EXPECT_TRUE(exists(subdomain + "/conf/f"));
+}
+
+TEST_F(SkeletonInstaller, ALinkAtTheWebRootCountsAsExistingAndItsTargetIsSeeded)
+{
+    makeSkeletonFile("httpdocs/index.html");
+    makeDir("/srv/target");
+    makeLink("/srv/web", "target");
+    EXPECT_EQ(allMessages(), alreadyExists("/srv/web"));
+    EXPECT_TRUE(exists("/srv/target/index.html"));
+}
+
+// --- doing it again ---
+
+TEST_F(SkeletonInstaller, ASecondRunRestoresWhatIsGoneAndTouchesNothingElse)
+{
+    makeSkeletonFile("httpdocs/a", "skeleton");
+    makeSkeletonFile("httpdocs/b", "skeleton");
+    makeSkeletonFile("conf/c", "skeleton");
+    EXPECT_EQ(messages(), "");
+    makeFile("/srv/web/a", "edited", {0600, site, users});
+    ASSERT_EQ(chmod("/srv/web", 0711), 0);
+    ASSERT_EQ(unlink("/srv/web/b"), 0);
+    EXPECT_EQ(allMessages(), alreadyExists(subdomain + "/conf/c") + alreadyExists("/srv/web/a"));
+    EXPECT_EQ(treeOf("/srv/web"), "dir  0711 root:kvocln .\n"
+                                  "file 0600 site:users a \"edited\"\n"
+                                  "file 0644 root:kvocln b \"skeleton\"\n");
+}
+
+TEST_F(SkeletonInstaller, AfterSpaceIsFreedASecondRunCompletesTheSite)
+{
+    makeSkeletonFile("conf/large", std::string(50000, 'x'));
+    makeSkeletonFile("conf/small", "s");
+    makeSkeletonFile("error_docs/404", "e");
+    const PrivateDirectory full(subdomain, "size=60k");
+    makeFile(subdomain + "/ballast", std::string(40000, 'b'));
+    EXPECT_EQ(messages(), installer(subdomain + "/conf/large: No space left on device"));
+    EXPECT_FALSE(exists(subdomain + "/conf/large"));
+    EXPECT_EQ(contentOf(subdomain + "/error_docs/404"), "e");
+    ASSERT_EQ(unlink((subdomain + "/ballast").c_str()), 0);
+    EXPECT_EQ(messages(), "");
+    EXPECT_TRUE(contentOf(subdomain + "/conf/large") == std::string(50000, 'x'));
+}
+
+TEST_F(SkeletonInstaller, NoDescriptorStaysOpen)
+{
+    makeSkeletonFile("httpdocs/a/b/c/d", "x");
+    makeSkeletonFile("conf/e");
+    makeLink("/srv/loop", "loop");
+    const size_t before = openDescriptors();
+    EXPECT_EQ(install(), 0U);
+    options_.www_root = "/srv/loop/x";
+    EXPECT_NE(messages(), "");
+    removeGroup("kvocln");
+    EXPECT_NE(thrownBy([&] { (void)install(); }), "nothing");
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(SkeletonInstaller, TheRootIsTheConfiguredOne)
+{
+    configure("HTTPD_VHOSTS_D /srv/sites\n");
+    makeDirs("/srv/sites/example.test/subdomains/shop");
+    skeleton_ = "/srv/sites/.skel/7";
+    makeSkeletonFile("conf/f", "@domain_name@");
+    const Outcome outcome = inChild([&] { std::_Exit(static_cast<int>(install())); });
+    EXPECT_EQ(outcome.status, 0);
+    EXPECT_EQ(contentOf("/srv/sites/example.test/subdomains/shop/conf/f"), "example.test");
+    EXPECT_EQ(treeOf(subdomain), emptyDirectory);
+}
