@@ -27,6 +27,7 @@ require_private_mounts() {
 quietly() {
     local log=$1 sentence=$2 status=0
     shift 2
+    mkdir -p "$(dirname "$log")"
     printf '%s ... ' "$sentence"
     SECONDS=0
     "$@" >"$log" 2>&1 </dev/null || status=$?
@@ -37,4 +38,8 @@ quietly() {
     printf 'failed. This is %s:\n\n' "$log"
     cat "$log"
     exit "$status"
+}
+
+build_preset() {
+    cmake --preset "$1" && cmake --build --preset "$1"
 }
