@@ -79,14 +79,35 @@ bool ConfStore::insert(std::string_view name, std::string_view value)
     if (!pair.name || !pair.value) {
         return outOfMemory("Unable to form configuration: %s");
     }
-    const auto known = findAnywhere(pair.name.get());
-    if (known != pairs_.end()) {
-        pairs_[static_cast<size_t>(known - pairs_.begin())].value = std::move(pair.value);
+    try {
+        take(std::move(pair));
         return true;
+    } catch (const std::bad_alloc&) {
+        return outOfMemory("Unable to form configuration: %s");
+    }
+}
+
+/// Needs room for one pair more. When it throws, the pairs are as they were.
+void ConfStore::take(Pair pair)
+{
+    if (positions_.size() != pairs_.size()) {
+        indexAll();
+    }
+    const auto [known, isNew] = positions_.try_emplace(pair.name.get(), pairs_.size());
+    if (!isNew) {
+        pairs_[known->second].value = std::move(pair.value);
+        return;
     }
     pairs_.push_back(std::move(pair));
     sorted_ = false;
-    return true;
+}
+
+void ConfStore::indexAll()
+{
+    positions_.clear();
+    for (const Pair& pair : pairs_) {
+        positions_.emplace(pair.name.get(), positions_.size());
+    }
 }
 
 void ConfStore::sort()
@@ -96,6 +117,7 @@ void ConfStore::sort()
             return std::strcmp(left.name.get(), right.name.get()) < 0;
         });
     }
+    positions_.clear();
     sorted_ = true;
 }
 

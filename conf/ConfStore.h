@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 #include "conf/FreeDeleter.h"
@@ -58,10 +59,15 @@ private:
     using Pairs = std::vector<Pair>;
 
     [[nodiscard]] bool reserve(size_t capacity);
+    void take(Pair pair);
+    void indexAll();
     [[nodiscard]] Pairs::const_iterator findSorted(const char* name) const;
     [[nodiscard]] Pairs::const_iterator findAnywhere(const char* name) const;
 
     Pairs pairs_;
+    /// Where each name is, while pairs are coming in; without it a file of many names would take
+    /// time by their square.
+    std::unordered_map<std::string_view, size_t> positions_;
     size_t limit_;
     bool sorted_ = true;
 };

@@ -285,3 +285,45 @@ TEST_F(ConfStoreWithoutMemory, LogsACopyOfNameOrValueThatFailsAndKeepsThePairs)
         }
     }
 }
+
+TEST_F(ConfStoreWithoutMemory, LogsAnInsertionThatFailsElsewhereAndKeepsThePairs)
+{
+    ConfStore store;
+    fill(store, 3);
+    for (const bool sortedBefore : {false, true}) {
+        if (sortedBefore) {
+            store.sort();
+        }
+        int failures = 0;
+        for (bool inserted = false; !inserted; ++failures) {
+            const RecordedLog log;
+            errno = 0;
+            const FailingNew failing(failures + 1);
+            inserted = store.insert(sortedBefore ? "B" : "A", "new");
+            EXPECT_EQ(errno, inserted ? 0 : ENOMEM);
+            EXPECT_EQ(log.text(),
+                inserted ? "" : "12|Unable to form configuration: Cannot allocate memory|\n");
+            EXPECT_EQ(store.count(), (sortedBefore ? 4U : 3U) + (inserted ? 1U : 0U));
+            EXPECT_EQ(store.find(nameOf(1).c_str()), "value of " + nameOf(1));
+        }
+        EXPECT_GT(failures, 1);
+    }
+    EXPECT_STREQ(store.find("A"), "new");
+    EXPECT_STREQ(store.find("B"), "new");
+    EXPECT_EQ(log_.text(), "");
+}
+
+TEST_F(ConfStoreTest, KnowsItsNamesAgainAfterSorting)
+{
+    ConfStore store;
+    fill(store, 50);
+    store.sort();
+    for (size_t number = 0; number < 50; ++number) {
+        ASSERT_TRUE(store.insert(nameOf(number), "new value of " + nameOf(number)));
+    }
+    EXPECT_EQ(store.count(), 50U);
+    EXPECT_TRUE(store.sorted());
+    for (size_t number = 0; number < 50; ++number) {
+        EXPECT_EQ(store.find(nameOf(number).c_str()), "new value of " + nameOf(number));
+    }
+}

@@ -267,8 +267,17 @@ TEST_F(MakeDirectoryPath, AcceptsDoubledAndTrailingSlashes)
 {
     EXPECT_EQ(makePath("//srv//a///b//", site, kvoserv, 0755), 0);
     EXPECT_EQ(treeOf("/srv/a"), "dir  0755 site:kvoserv .\ndir  0755 site:kvoserv b\n");
-    EXPECT_EQ(makePath("/", site, kvoserv, 0700), 0);
-    EXPECT_EQ(accessOf("/").substr(5), "root:root");
+}
+
+TEST_F(MakeDirectoryPath, LeavesTheRootDirectoryAlone)
+{
+    // In a root of its own, so that a mistake would not reach the machine's.
+    const Outcome end = inChild([] {
+        ASSERT_EQ(chroot("/srv"), 0);
+        std::exit(makePath("/", site, kvoserv, 0700) == 0 ? 7 : 8);
+    });
+    EXPECT_EQ(end.status, 7);
+    EXPECT_EQ(accessOf("/srv"), "0755 root:root");
 }
 
 TEST_F(MakeDirectoryPath, TakesARelativePathFromTheCurrentDirectory)
