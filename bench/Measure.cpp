@@ -26,8 +26,7 @@ int main(int argc, char** argv)
         std::perror("measure");
         return 2;
     }
-    const std::chrono::duration<double, std::milli> time =
-        std::chrono::steady_clock::now() - start;
+    const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
     std::printf("%.2f %ld\n", time.count(), usage.ru_maxrss);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }

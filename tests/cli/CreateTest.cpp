@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "tests/cli/Site.h"
+#include "tests/lib/LargeTree.h"
 
 namespace
 {
@@ -420,6 +421,20 @@ TEST_F(Create, FillsTheExampleSkeletonInWithoutLeavingThePlaceholder)
     EXPECT_EQ(runProgram("/bin/grep", {"grep", "-rqF", "@domain_name@", shop}).status, 1);
     EXPECT_EQ(
         runProgram("/bin/grep", {"grep", "-rqF", "example.test", shop + "/httpdocs"}).status, 0);
+}
+
+TEST_F(Create, CopiesALargeSkeletonWithNamesAndTypesOfEveryKind)
+{
+    makeEmptySkeleton();
+    makeLargeTree(skeleton + "/httpdocs");
+    expectSilent(run(creation({"--www-root=/srv/w", "--skip-cgi-bin"})), 0);
+    const TreeCount copied = countTree("/srv/w", "0755 site:kvocln", "0755 site:kvocln");
+    EXPECT_EQ(copied.files, 20000U);
+    EXPECT_EQ(copied.directories, 500U);
+    EXPECT_EQ(copied.others, 0U);
+    const TreeCount left = countTree(skeleton + "/httpdocs", "0644 root:root", "0755 root:root");
+    EXPECT_EQ(left.files, 20000U);
+    EXPECT_EQ(left.others, 450U);
 }
 
 TEST_F(Create, WorksBelowTheConfiguredRoot)
