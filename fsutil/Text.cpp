@@ -32,22 +32,21 @@ class BoundedOutput
 public:
     BoundedOutput(char* buffer, size_t size) : buffer_(buffer), size_(size) { *buffer_ = '\0'; }
 
-    bool append(const char* piece, size_t length)
+    void append(const char* piece, size_t length)
     {
-        const size_t at = wanted_;
-        wanted_ += length;
-        if (wanted_ >= size_) {
-            return false;
+        full_ = full_ || length >= size_ - used_;
+        if (!full_) {
+            std::memcpy(buffer_ + used_, piece, length);
+            used_ += length;
+            buffer_[used_] = '\0';
         }
-        std::memcpy(buffer_ + at, piece, length);
-        buffer_[wanted_] = '\0';
-        return true;
     }
 
 private:
     char* buffer_;
     size_t size_;
-    size_t wanted_ = 0; ///< length of all pieces so far, also of one that did not fit
+    size_t used_ = 0;
+    bool full_ = false;
 };
 
 } // namespace
@@ -126,13 +125,9 @@ char* strn_replace(
     const size_t searchLength = std::strlen(search);
     const size_t replacementLength = std::strlen(replacement);
     while (const char* match = std::strstr(source, search)) {
-        if (!output.append(source, static_cast<size_t>(match - source))) {
-            break;
-        }
+        output.append(source, static_cast<size_t>(match - source));
+        output.append(replacement, replacementLength);
         source = match + searchLength;
-        if (!output.append(replacement, replacementLength)) {
-            break;
-        }
     }
     output.append(source, std::strlen(source));
     boundedCopy(destination, scratch.get(), size);

@@ -135,15 +135,12 @@ void walkDirectory(const PinnedPath& pinned, const char* path, TreeAction& actio
 void applyToTree(const char* path, TreeAction& action, bool mayBeMissing, bool includeTop)
 {
     const PinnedPath pinned(path);
-    struct stat status = {};
-    if (pinned.look(status) != 0) {
-        if (errno == ENOENT && mayBeMissing) {
+    struct stat status = {}; // what cannot be looked at is opened as a directory, and fails there
+    if (pinned.look(status) != 0 && errno == ENOENT) {
+        if (mayBeMissing) {
             return;
         }
-        if (errno == ENOENT) {
-            failTreeStep("Unable to get entry", path);
-        }
-        status = {}; // opening it as a directory will say what is wrong
+        failTreeStep("Unable to get entry", path);
     }
     const mode_t type = status.st_mode & S_IFMT;
     if (!S_ISREG(type) && !S_ISLNK(type)) {

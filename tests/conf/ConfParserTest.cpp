@@ -226,7 +226,7 @@ TEST_F(ConfFile, FillsAStoreAndSortsIt)
     EXPECT_EQ(valueOf("A"), "1");
     EXPECT_EQ(valueOf("B"), "2");
     EXPECT_EQ(valueOf("C"), "3");
-    EXPECT_EQ(log_.text(), "");
+    EXPECT_EQ(log_.take(), "");
 }
 
 TEST_F(ConfFile, MakesRoomForTheFirstPairsEvenWhenItIsEmpty)
@@ -266,7 +266,7 @@ TEST_F(ConfFile, LetsTheLastDefinitionWinAcrossGrowth)
 TEST_F(ConfFile, LogsALineWithoutASpaceAsItStandsFromTheNameOnAndGoesOn)
 {
     EXPECT_EQ(parse("  A=/x # c\nB 2\n"), 0);
-    EXPECT_EQ(log_.text(), std::string("12|Invalid variable definition A=/x # c\n") + spaceMessage);
+    EXPECT_EQ(log_.take(), std::string("12|Invalid variable definition A=/x # c\n") + spaceMessage);
     EXPECT_EQ(valueOf("A"), "(none)");
     EXPECT_EQ(valueOf("B"), "2");
 }
@@ -274,7 +274,7 @@ TEST_F(ConfFile, LogsALineWithoutASpaceAsItStandsFromTheNameOnAndGoesOn)
 TEST_F(ConfFile, LogsALineWithoutAValueAsItStandsFromTheNameOnAndGoesOn)
 {
     EXPECT_EQ(parse("  A # c\nA\nA   \nB 2\n"), 0);
-    EXPECT_EQ(log_.text(), std::string("12|Invalid variable definition A # c\n") + valueMessage +
+    EXPECT_EQ(log_.take(), std::string("12|Invalid variable definition A # c\n") + valueMessage +
                                "12|Invalid variable definition A\n" + valueMessage +
                                "12|Invalid variable definition A   \n" + valueMessage);
     EXPECT_EQ(valueOf("A"), "(none)");
@@ -284,7 +284,7 @@ TEST_F(ConfFile, LogsALineWithoutAValueAsItStandsFromTheNameOnAndGoesOn)
 TEST_F(ConfFile, MissesTheSpaceAfterANameAtItsVeryEnd)
 {
     EXPECT_EQ(parse("B 2\nA"), 0);
-    EXPECT_EQ(log_.text(), std::string("12|Invalid variable definition A") + spaceMessage);
+    EXPECT_EQ(log_.take(), std::string("12|Invalid variable definition A") + spaceMessage);
 }
 
 TEST_F(ConfFile, KeepsTheOldValueOfANameThatABadLineNames)
@@ -328,7 +328,7 @@ TEST_F(ConfFileFailure, LogsAMissingFileWithItsError)
     errno = 0;
     EXPECT_EQ(parseConfiguration("/etc/kvo/kvo.conf", store_), -1);
     EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(log_.text(), "12|unable to open configuration file /etc/kvo/kvo.conf: "
+    EXPECT_EQ(log_.take(), "12|unable to open configuration file /etc/kvo/kvo.conf: "
                            "No such file or directory\n|\n");
 }
 
@@ -338,7 +338,7 @@ TEST_F(ConfFileFailure, LogsAFileThatMayNotBeOpened)
     faults::fail("fopen", EACCES);
     EXPECT_EQ(parseConfiguration("/etc/kvo/kvo.conf", store_), -1);
     EXPECT_EQ(errno, EACCES);
-    EXPECT_EQ(log_.text(), "12|unable to open configuration file /etc/kvo/kvo.conf: "
+    EXPECT_EQ(log_.take(), "12|unable to open configuration file /etc/kvo/kvo.conf: "
                            "Permission denied\n|\n");
 }
 
@@ -350,7 +350,7 @@ TEST_F(ConfFileFailure, LogsADanglingLinkAndALoop)
     makeLink("/etc/kvo/loop", "loop");
     EXPECT_EQ(parseConfiguration("/etc/kvo/loop", store_), -1);
     EXPECT_EQ(errno, ELOOP);
-    EXPECT_EQ(log_.text(), "12|unable to open configuration file /etc/kvo/dangling: "
+    EXPECT_EQ(log_.take(), "12|unable to open configuration file /etc/kvo/dangling: "
                            "No such file or directory\n|\n"
                            "12|unable to open configuration file /etc/kvo/loop: "
                            "Too many levels of symbolic links\n|\n");
@@ -363,21 +363,20 @@ TEST_F(ConfFileFailure, LogsADirectoryWhenItIsRead)
     errno = 0;
     EXPECT_EQ(parseConfiguration("/etc/kvo/kvo.conf", store_), -1);
     EXPECT_EQ(errno, EISDIR);
-    EXPECT_EQ(log_.text(), "12|Unable to read configuration file: Is a directory|\n");
+    EXPECT_EQ(log_.take(), "12|Unable to read configuration file: Is a directory|\n");
     EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST_F(ConfFileFailure, LogsAnErrorInTheMiddleOfTheFile)
 {
     for (const int error : {EIO, ENOMEM}) {
-        const RecordedLog log;
         const size_t before = openDescriptors();
         faults::fail("getdelim", error, 2);
         EXPECT_EQ(parse("A 1\nB 2\n"), -1);
         EXPECT_EQ(errno, error);
-        EXPECT_EQ(
-            log.text(), std::string("12|Unable to read configuration file: ") +
-                            (error == EIO ? "Input/output error|\n" : "Cannot allocate memory|\n"));
+        EXPECT_EQ(log_.take(),
+            std::string("12|Unable to read configuration file: ") +
+                (error == EIO ? "Input/output error|\n" : "Cannot allocate memory|\n"));
         EXPECT_EQ(openDescriptors(), before);
     }
 }
@@ -388,7 +387,7 @@ TEST_F(ConfFileFailure, EndsTheReadingWithTheFirstPairThatCannotBeKept)
     faults::fail("malloc", ENOMEM, 3);
     EXPECT_EQ(parse("A 1\nB 2\nC 3\nD=4\n"), -1);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(log_.text(), "12|Unable to form configuration: Cannot allocate memory|\n");
+    EXPECT_EQ(log_.take(), "12|Unable to form configuration: Cannot allocate memory|\n");
     EXPECT_EQ(store_.count(), 1U);
     EXPECT_EQ(openDescriptors(), before);
 }
@@ -402,7 +401,7 @@ TEST_F(ConfFileFailure, LogsAStoreThatCannotGrow)
     }
     EXPECT_EQ(parse(text, small), -1);
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(log_.text(), "12|Unable to read configuration: Cannot allocate memory|\n");
+    EXPECT_EQ(log_.take(), "12|Unable to read configuration: Cannot allocate memory|\n");
 }
 
 TEST_F(ConfFileFailure, IsSilentWithoutMemoryForTheFirstPairsAndComesBeforeTheOpening)
@@ -412,7 +411,7 @@ TEST_F(ConfFileFailure, IsSilentWithoutMemoryForTheFirstPairsAndComesBeforeTheOp
         EXPECT_EQ(parseConfiguration("/etc/kvo/kvo.conf", store_), -1);
     }
     EXPECT_EQ(errno, ENOMEM);
-    EXPECT_EQ(log_.text(), "");
+    EXPECT_EQ(log_.take(), "");
 }
 
 TEST_F(BadConfFile, MayHoldNulBytes)
@@ -422,7 +421,7 @@ TEST_F(BadConfFile, MayHoldNulBytes)
     EXPECT_EQ(valueOf("A"), "a");
     EXPECT_EQ(valueOf("C"), "");
     EXPECT_EQ(valueOf("D"), "4");
-    EXPECT_EQ(log_.text(), std::string("12|Invalid variable definition B=") + spaceMessage);
+    EXPECT_EQ(log_.take(), std::string("12|Invalid variable definition B=") + spaceMessage);
 }
 
 TEST_F(BadConfFile, MayHoldOneLineOfAMegabyte)
@@ -430,10 +429,10 @@ TEST_F(BadConfFile, MayHoldOneLineOfAMegabyte)
     const std::string megabyte(1'000'000, 'x');
     EXPECT_EQ(parse("A " + megabyte), 0);
     EXPECT_EQ(valueOf("A"), megabyte);
-    EXPECT_EQ(log_.text(), "");
+    EXPECT_EQ(log_.take(), "");
     EXPECT_EQ(parse(megabyte + "=1\nB 2\n"), 0);
     EXPECT_EQ(valueOf("B"), "2");
-    EXPECT_EQ(log_.text(), "12|Invalid variable definition " + megabyte + "=1\n" + spaceMessage);
+    EXPECT_EQ(log_.take(), "12|Invalid variable definition " + megabyte + "=1\n" + spaceMessage);
 }
 
 TEST_F(BadConfFile, MayHoldAMegabyteOfWhiteSpaceOrOfBlankLines)
@@ -455,7 +454,7 @@ TEST_F(BadConfFile, MayBeBinary)
     }
     EXPECT_EQ(parse(binary + "\nLAST value\n"), 0);
     EXPECT_EQ(valueOf("LAST"), "value");
-    EXPECT_NE(log_.text().find("Expected a space after variable name"), std::string::npos);
+    EXPECT_NE(log_.take().find("Expected a space after variable name"), std::string::npos);
 }
 
 TEST_F(BadConfFile, MayHoldHundredsOfThousandsOfNames)

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 #include "conf/FreeDeleter.h"
 #include "conf/PluggableLog.h"
@@ -41,7 +42,7 @@ RecordedLog::~RecordedLog()
     zelto_log = previous_;
 }
 
-const std::string& RecordedLog::text()
+std::string RecordedLog::take()
 {
-    return recorded();
+    return std::exchange(recorded(), "");
 }

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// Takes the place of zelto_log and keeps what it is told: "<priority>|<text>|\n" a message, so
-/// that newlines at a text's end show. It also spoils `errno`, as a log is free to do.
+/// Takes the place of zelto_log and keeps what it is told. It also spoils `errno`, as a log is
+/// free to do.
 class RecordedLog
 {
 public:
@@ -12,7 +12,9 @@ public:
     RecordedLog(const RecordedLog&) = delete;
     RecordedLog& operator=(const RecordedLog&) = delete;
 
-    [[nodiscard]] static const std::string& text();
+    /// The messages since the last take(), "<priority>|<text>|\n" each, so that a newline at a
+    /// text's end shows.
+    [[nodiscard]] static std::string take();
 
 private:
     void (*previous_)(int, const char*, ...);

@@ -100,8 +100,8 @@ TEST(IsShellSafe, GoesByTheTableThatTheProgramPointsTo)
 
 TEST(IsShellSafe, TrustsNoByteThatAShorterTableDoesNotReach)
 {
-    const size_t reach = 'c'; // 'b' is the last byte it reaches
-    const std::string table(reach, '-');
+    std::string table(256, '-');
+    table['c'] = '\0'; // 'b' is the last byte it reaches, and what follows is not part of it
     const OwnTable own(table.c_str());
     EXPECT_EQ(isShellSafe("ab"), 1);
     EXPECT_EQ(isShellSafe("c"), 0);

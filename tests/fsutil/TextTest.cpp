@@ -294,12 +294,18 @@ TEST(StrnReplace, DoesNotTerminateACopyThatFillsTheDestination)
 
 TEST(StrnReplace, LeavesTheDestinationAloneWithNothingToWorkWith)
 {
+    const faults::Guard guard;
     char destination[] = "....";
-    EXPECT_EQ(strn_replace("aXb", destination, "X", "-", 0), destination);
-    EXPECT_EQ(strn_replace("aXb", destination, "", "-", 0), destination);
-    EXPECT_EQ(strn_replace(nullptr, destination, "X", "-", 4), destination);
-    EXPECT_EQ(strn_replace(nullptr, destination, "", "-", 4), destination);
-    EXPECT_EQ(strn_replace("aXb", destination, "X", nullptr, 4), destination);
+    EXPECT_EQ(reportsOf([&] {
+        faults::failAlways("malloc", ENOMEM);
+        EXPECT_EQ(strn_replace("aXb", destination, "X", "-", 0), destination);
+        EXPECT_EQ(strn_replace("aXb", destination, "", "-", 0), destination);
+        EXPECT_EQ(strn_replace(nullptr, destination, "X", "-", 4), destination);
+        EXPECT_EQ(strn_replace(nullptr, destination, "", "-", 4), destination);
+        EXPECT_EQ(strn_replace("aXb", destination, "X", nullptr, 4), destination);
+        faults::clear();
+    }),
+        "");
     EXPECT_STREQ(destination, "....");
 }
 

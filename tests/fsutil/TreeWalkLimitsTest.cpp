@@ -169,6 +169,29 @@ TEST_F(TreeWalkLimits, StopADeepWalkWhoseWayBackCannotBeOpened)
     EXPECT_EQ(end.status, 1);
 }
 
+TEST_F(TreeWalkLimits, StopADeepWalkThatCannotReadOnWhereItWas)
+{
+    makeDeepTree("/srv/deep", 60, 0, 0);
+    const Outcome end = inChild([] {
+        faults::failAlways("lseek", EINVAL);
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+    });
+    EXPECT_EQ(end.err, "Unable to restore & close current dir: Invalid argument\n"
+                       "\nSystem error 22: Invalid argument\n");
+    EXPECT_EQ(end.status, 1);
+}
+
+TEST_F(TreeWalkLimits, ReadADirectoryThatIsBeingEmptiedFromItsBeginningAgain)
+{
+    // A place kept from before would be of no use where removals move the entries behind it.
+    makeDeepTree("/srv/deep", 60, 3, 3);
+    expectQuiet(inChild([] {
+        faults::failAlways("lseek", EINVAL);
+        removeTree("/srv/deep", 1);
+    }));
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
 TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)
 {
     makeDeepTree("/srv/deep", 300, 0, 0);

@@ -146,6 +146,7 @@ WRAP(int, -1, fchdir, (int directory), (directory))
 WRAP(int, -1, close, (int file), (file))
 WRAP(ssize_t, -1, read, (int file, void* buffer, size_t size), (file, buffer, size))
 WRAP(ssize_t, -1, write, (int file, const void* buffer, size_t size), (file, buffer, size))
+WRAP(off_t, -1, lseek, (int file, off_t offset, int whence), (file, offset, whence))
 WRAP(char*, nullptr, getcwd, (char* buffer, size_t size), (buffer, size))
 WRAP(int, -1, getentropy, (void* buffer, size_t size), (buffer, size))
 

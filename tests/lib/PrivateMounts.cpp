@@ -28,6 +28,11 @@ void enterPrivateMountNamespace()
     require(unshare(CLONE_NEWNS) == 0, "unshare(CLONE_NEWNS)");
     require(
         mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount of / as private");
+    // Coverage counts are written beside the objects.
+    require(mount(BUILD_PATH, BUILD_PATH, nullptr, MS_BIND, nullptr) == 0,
+        "mount of the build directory");
+    require(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0,
+        "mount of / as read-only");
 }
 
 PrivateDirectory::PrivateDirectory(std::string path, const std::string& options)

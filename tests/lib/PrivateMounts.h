@@ -3,8 +3,10 @@
 #include <string>
 
 /// Gives this process mounts of its own, so that nothing a test mounts or changes below a
-/// PrivateDirectory reaches the host. Ends the process with a message if that is not possible:
-/// tests that cannot prove anything must not look like passed ones.
+/// PrivateDirectory reaches the host, and makes the root file system read-only apart from the build
+/// directory: root changes whole trees here, and a mistake must not find the machine's. Ends the
+/// process with a message if that is not possible: tests that cannot prove anything must not look
+/// like passed ones.
 void enterPrivateMountNamespace();
 
 /// An empty tmpfs over an existing directory, for as long as the object lives.

@@ -75,11 +75,11 @@ TEST_F(ParentDirectoryTest, ADirectoryThatCannotBeOpenedIsTriedAgain)
 {
     EXPECT_EQ(parent_.of("/srv/missing/file"), -1);
     EXPECT_EQ(errno, ENOENT);
+    makeDir("/srv/missing");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/missing/file")), inodeOf("/srv/missing"));
     makeFile("/srv/file", "");
     EXPECT_EQ(parent_.of("/srv/file/below"), -1);
     EXPECT_EQ(errno, ENOTDIR);
-    makeDir("/srv/missing");
-    EXPECT_EQ(inodeOf(parent_.of("/srv/missing/file")), inodeOf("/srv/missing"));
 }
 
 TEST_F(ParentDirectoryTest, AFailureAfterADirectoryThatWasOpenStillTellsItsReason)

@@ -100,6 +100,7 @@ TEST_F(SkeletonInstaller, AMissingGroupEndsAProcessThatDoesNotCatch)
 
 TEST_F(SkeletonInstaller, AnUnreadableSkeletonDirectoryIsReportedAndTheOthersAreSeeded)
 {
+    makeSkeletonFile("conf/before/f");
     makeSkeletonFile("conf/closed/f");
     makeSkeletonFile("conf/open/f");
     makeSkeletonFile("error_docs/404");
@@ -117,6 +118,8 @@ TEST_F(SkeletonInstaller, AnUnreadableSkeletonDirectoryIsReportedAndTheOthersAre
                          skeleton_ + "/conf/closed\"\n");
     EXPECT_EQ(treeOf(subdomain), "dir  0755 site:users .\n"
                                  "dir  0755 site:users conf\n"
+                                 "dir  0755 site:users conf/before\n"
+                                 "file 0644 site:users conf/before/f \"\"\n"
                                  "dir  0000 site:users conf/closed\n"
                                  "dir  0755 site:users conf/open\n"
                                  "file 0644 site:users conf/open/f \"\"\n"

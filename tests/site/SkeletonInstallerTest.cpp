@@ -156,12 +156,15 @@ TEST_F(SkeletonInstaller, TheVirtualHostsDirectoryIsMadeBeforeTheSkeletonIsChose
     EXPECT_EQ(treeOf(root + "/new.test"), emptyDirectory);
 }
 
-TEST_F(SkeletonInstaller, AVirtualHostBehindALoopOfLinksIsAnError)
+TEST_F(SkeletonInstaller, AVirtualHostThatCannotBeLookedAtIsAnError)
 {
     makeLink(root + "/loop.test", "loop.test");
     EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot("loop.test", "7", options_); }),
         "boost::filesystem::status: Too many levels of symbolic links: "
         "\"/srv/www/vhosts/loop.test\"");
+    const std::string tooLong(256, 'n');
+    EXPECT_EQ(thrownBy([&] { (void)installForNameUnderRoot(tooLong, "7", options_); }),
+        "boost::filesystem::status: File name too long: \"" + root + '/' + tooLong + '"');
 }
 
 TEST_F(SkeletonInstaller, AVirtualHostThatIsAFileGetsOneMessagePerEntryAndNoChange)

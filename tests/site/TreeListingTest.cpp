@@ -194,10 +194,11 @@ TEST_F(TreeListing, AnErrorAtOneEntryDoesNotStopTheOthers)
 
 TEST_F(TreeListing, AnUnreadableDirectoryIsReportedAndItsSiblingsAreStillListed)
 {
+    // One sibling was made before it and one after, so that one of them is listed behind it.
+    makeDirs("/srv/s/conf/a/deep");
     makeDirs("/srv/s/conf/closed");
     makeFile("/srv/s/conf/closed/inside", "");
     ASSERT_EQ(chmod("/srv/s/conf/closed", 0), 0);
-    makeDirs("/srv/s/conf/a/deep");
     makeDirs("/srv/s/conf/open");
     makeFile("/srv/s/conf/open/file", "");
     const Outcome outcome = inChild([] {
@@ -240,13 +241,15 @@ TEST_F(TreeListing, DepthCostsNoDescriptors)
     makeDirs(deep);
     const size_t before = openDescriptors();
     const Outcome outcome = outputOf([&] {
-        const rlimit few = {before + 4, before + 4};
+        const int lowestFree = dup(STDIN_FILENO);
+        close(lowestFree);
         rlimit kept = {};
         (void)getrlimit(RLIMIT_NOFILE, &kept);
-        const rlimit lowered = {few.rlim_cur, kept.rlim_max};
-        (void)setrlimit(RLIMIT_NOFILE, &lowered);
-        EXPECT_TRUE(list("/srv/s", "d") == expected);
+        const rlimit oneMore = {static_cast<rlim_t>(lowestFree) + 1, kept.rlim_max};
+        (void)setrlimit(RLIMIT_NOFILE, &oneMore);
+        const std::string listed = list("/srv/s", "d");
         (void)setrlimit(RLIMIT_NOFILE, &kept);
+        EXPECT_TRUE(listed == expected);
     });
     EXPECT_EQ(outcome.err, "");
     EXPECT_EQ(openDescriptors(), before);
