@@ -1,28 +1,31 @@
 #pragma once
 
-#include <string>
-#include <string_view>
+#include <boost/filesystem/path.hpp>
 
 #include "fsutil/Descriptor.h"
 
 namespace zelto
 {
 
-/// The directory in which files are made, held open from one file to the next: files that come
-/// in the order of their paths mostly share it.
+/// The directory in which entries are made, found from a base by one component after the other and
+/// held open from one entry to the next: entries that come in the order of their paths mostly share
+/// it.
+///
+/// The base is a place that the panel names and is taken as it is. What lies below it may belong to
+/// a site's user, who must not send root elsewhere: a symbolic link on the way counts only if it is
+/// root's own.
 class ParentDirectory
 {
 public:
-    /// Opens the directory part of a path, or keeps it if it is the one of the last call; a path
-    /// without one means the working directory.
-    /// @return a descriptor that stays valid until the next call, or -1 with `errno`.
-    int of(std::string_view path);
-
-    /// The last component of a path, what is behind its last slash.
-    static const char* nameIn(const std::string& path);
+    /// Opens the directory `below` (relative, may be empty) of a base (empty for the working
+    /// directory), or keeps it if it is the one of the last call.
+    /// @return a descriptor that stays valid until the next call, or -1 with `errno`: ELOOP for a
+    ///         link of somebody else, otherwise as open(2) says.
+    int of(const boost::filesystem::path& base, const boost::filesystem::path& below);
 
 private:
-    std::string path_;
+    boost::filesystem::path base_;
+    boost::filesystem::path below_;
     Descriptor directory_;
 };
 

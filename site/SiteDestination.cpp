@@ -10,14 +10,15 @@ namespace
 
 using boost::filesystem::path;
 
-/// The entry below another base, its first component replaced by that base.
-path rebased(const path& base, const path& entry)
+/// The entry in a tree of its own, whose base stands for the entry's first component.
+SiteDestination placedAt(const path& base, const path& entry)
 {
-    path result = base;
+    SiteDestination destination{base, {}, base, false};
     for (path::iterator part = ++entry.begin(); part != entry.end(); ++part) {
-        result /= *part;
+        destination.below /= *part;
+        destination.path /= *part;
     }
-    return result;
+    return destination;
 }
 
 } // namespace
@@ -28,18 +29,18 @@ std::optional<SiteDestination> siteDestination(
     const path::iterator begin = entry.begin();
     const std::string_view first = begin != entry.end() ? begin->native() : std::string_view();
     if (first == "httpdocs") {
-        return SiteDestination{rebased(options.www_root, entry), false};
+        return placedAt(options.www_root, entry);
     }
     if (first == "cgi-bin") {
         if (options.skip_cgi_bin) {
             return std::nullopt;
         }
-        return SiteDestination{rebased(options.cgi_bin_path, entry), false};
+        return placedAt(options.cgi_bin_path, entry);
     }
     if (first == "error_docs" && options.skip_error_docs) {
         return std::nullopt;
     }
-    return SiteDestination{virtualHostDirectory / entry, true};
+    return SiteDestination{virtualHostDirectory, entry, virtualHostDirectory / entry, true};
 }
 
 } // namespace zelto

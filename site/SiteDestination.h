@@ -8,9 +8,11 @@
 namespace zelto
 {
 
-/// Where an entry of a site stands on disk.
+/// Where an entry of a site stands on disk: at the base, or below it.
 struct SiteDestination {
-    boost::filesystem::path path;
+    boost::filesystem::path base;  ///< the document root, the CGI directory or the virtual host's
+    boost::filesystem::path below; ///< relative to the base, empty for the base itself
+    boost::filesystem::path path;  ///< both, as messages show it
     bool inside; ///< below the virtual host's directory, not in a tree that an option places
 };
 

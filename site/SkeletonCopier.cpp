@@ -1,8 +1,10 @@
 #include "site/SkeletonCopier.h"
 
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
+#include <climits>
 #include <cstring>
 #include <fcntl.h>
 #include <new>
@@ -10,7 +12,6 @@
 #include <stdexcept>
 #include <unistd.h>
 
-#include "fsutil/Descriptor.h"
 #include "fsutil/NewFile.h"
 #include "site/TokenSubstitution.h"
 #include "site/WholeFile.h"
@@ -25,6 +26,20 @@ using boost::filesystem::path;
 
 constexpr const char* alreadyExists = "already exists, not restoring";
 constexpr const char* otherKind = "not a file or directory, skipping";
+
+constexpr int newDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+/// What is behind the last slash of a path; unlike filename() this does not invent a ".".
+std::string nameIn(const path& whole)
+{
+    return whole.native().substr(whole.native().rfind('/') + 1);
+}
+
+/// What is in front of that, with the slash: it is the whole path of the root directory.
+path directoryPart(const path& whole)
+{
+    return whole.native().substr(0, whole.native().rfind('/') + 1);
+}
 
 bool isDirectory(const path& examined)
 {
@@ -69,7 +84,7 @@ void SkeletonCopier::copy(const path& entry)
     }
     const path source = skeleton_ / entry;
     struct stat existing = {};
-    if (lstat(destination->path.c_str(), &existing) == 0) {
+    if (look(*destination, existing) == 0) {
         keepExisting(source, destination->path, existing);
     } else if (errno == ENOENT) {
         copyMissing(source, *destination);
@@ -96,7 +111,7 @@ void SkeletonCopier::copyMissing(const path& source, const SiteDestination& dest
             reportError(source, errno);
         }
     } else if (S_ISREG(status.st_mode)) {
-        copyFile(source, destination.path);
+        copyFile(source, destination);
     } else if (S_ISDIR(status.st_mode)) {
         copyDirectory(destination, status.st_mode);
     } else {
@@ -104,7 +119,7 @@ void SkeletonCopier::copyMissing(const path& source, const SiteDestination& dest
     }
 }
 
-void SkeletonCopier::copyFile(const path& source, const path& destination)
+void SkeletonCopier::copyFile(const path& source, const SiteDestination& destination)
 {
     // Should something else have taken the file's name by now, this neither follows a link nor
     // waits for a FIFO's writer.
@@ -116,7 +131,7 @@ void SkeletonCopier::copyFile(const path& source, const path& destination)
         return;
     }
     if (!S_ISREG(status.st_mode)) {
-        reportIfVerbose(destination, otherKind);
+        reportIfVerbose(destination.path, otherKind);
         return;
     }
     std::string content;
@@ -127,36 +142,92 @@ void SkeletonCopier::copyFile(const path& source, const path& destination)
     createFile(destination, content, status.st_mode);
 }
 
-void SkeletonCopier::createFile(const path& destination, std::string_view content, mode_t mode)
+void SkeletonCopier::createFile(
+    const SiteDestination& destination, std::string_view content, mode_t mode)
 {
-    const int directory = parent_.of(destination.native());
-    const char* name = ParentDirectory::nameIn(destination.native());
-    if (directory >= 0 && createWholeFile(directory, name, content, mode, group_) == 0) {
+    const std::string name = nameIn(destination.path);
+    const int directory = openParent(destination);
+    if (directory >= 0 && createWholeFile(directory, name.c_str(), content, mode, group_) == 0) {
         return;
     }
     if (errno == EEXIST) {
-        reportIfVerbose(destination, alreadyExists);
+        reportIfVerbose(destination.path, alreadyExists);
     } else {
-        reportError(destination, errno);
+        reportError(destination.path, errno);
     }
 }
 
 void SkeletonCopier::copyDirectory(const SiteDestination& destination, mode_t mode)
 {
-    const path& created = destination.path;
-    const bool isNew = destination.inside ? boost::filesystem::create_directory(created)
-                                          : boost::filesystem::create_directories(created);
-    if (!isNew) {
-        // Somebody else was faster; theirs is an existing directory like any other.
-        return;
+    const Descriptor made = makeDirectory(destination);
+    if (made) {
+        (void)fchmod(made.get(), mode & 07777);
+        [[maybe_unused]] const int ignored = fchown(made.get(), static_cast<uid_t>(-1), group_);
     }
-    const Descriptor directory(
-        ::open(created.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-    if (directory) {
-        (void)fchmod(directory.get(), mode & 07777);
-        [[maybe_unused]] const int ignored =
-            fchown(directory.get(), static_cast<uid_t>(-1), group_);
+}
+
+/// lstat(2) of a destination.
+int SkeletonCopier::look(const SiteDestination& destination, struct stat& status)
+{
+    if (destination.below.empty()) {
+        return lstat(destination.path.c_str(), &status);
     }
+    const int directory = openParent(destination);
+    return directory >= 0
+               ? fstatat(directory, nameIn(destination.path).c_str(), &status, AT_SYMLINK_NOFOLLOW)
+               : -1;
+}
+
+/// The directory that a destination stands in, or -1 with `errno`.
+int SkeletonCopier::openParent(const SiteDestination& destination)
+{
+    if (destination.path.size() >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    return destination.below.empty()
+               ? parent_.of(directoryPart(destination.path), {})
+               : parent_.of(destination.base, destination.below.parent_path());
+}
+
+/// The directory that was made, or none when it is there already: somebody else was faster, and
+/// theirs is an existing directory like any other.
+Descriptor SkeletonCopier::makeDirectory(const SiteDestination& destination)
+{
+    if (!destination.below.empty()) {
+        return makeDirectoryBelow(destination);
+    }
+    const path& made = destination.path;
+    const bool isNew = destination.inside ? boost::filesystem::create_directory(made)
+                                          : boost::filesystem::create_directories(made);
+    return Descriptor(isNew ? ::open(made.c_str(), newDirectory) : -1);
+}
+
+Descriptor SkeletonCopier::makeDirectoryBelow(const SiteDestination& destination)
+{
+    const std::string name = nameIn(destination.path);
+    const int parent = openParent(destination);
+    if (parent >= 0 && mkdirat(parent, name.c_str(), 0777) == 0) {
+        return Descriptor(openat(parent, name.c_str(), newDirectory));
+    }
+    int error = errno;
+    struct stat status = {};
+    if (parent >= 0 && error == EEXIST &&
+        fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        S_ISDIR(status.st_mode)) {
+        return {};
+    }
+    const path* failed = &destination.path;
+    if (!destination.inside && error == ENOENT && lstat(destination.base.c_str(), &status) == 0 &&
+        S_ISLNK(status.st_mode)) {
+        // The base is a link to nothing: what is missing and cannot be made is the base.
+        error = EEXIST;
+        failed = &destination.base;
+    }
+    throw boost::filesystem::filesystem_error(destination.inside
+                                                  ? "boost::filesystem::create_directory"
+                                                  : "boost::filesystem::create_directories",
+        *failed, boost::system::error_code(error, boost::system::system_category()));
 }
 
 void SkeletonCopier::reportError(const path& failed, int error)

@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
+#include "fsutil/Descriptor.h"
 #include "site/ParentDirectory.h"
 #include "site/SiteDestination.h"
 #include "site/SiteOptions.h"
@@ -22,6 +23,10 @@ namespace zelto
 /// skeleton entry's permission bits and then the clients' group, which costs a file its set-id
 /// bits; whether these two could be set is not checked. A file appears whole or not at all. Other
 /// kinds of entries are not copied.
+///
+/// The document root, the CGI directory and the virtual host's directory are taken as they are.
+/// Below them no symbolic link is followed unless it belongs to root; somebody else's counts as a
+/// destination that cannot be looked at.
 ///
 /// An entry that cannot be copied is reported on the message stream and does not stop the ones
 /// after it: behind "corbel:InstallSkeleton(): " stands
@@ -49,9 +54,14 @@ private:
 
     void keepExisting(const path& source, const path& destination, const struct stat& existing);
     void copyMissing(const path& source, const SiteDestination& destination);
-    void copyFile(const path& source, const path& destination);
-    void createFile(const path& destination, std::string_view content, mode_t mode);
+    void copyFile(const path& source, const SiteDestination& destination);
+    void createFile(const SiteDestination& destination, std::string_view content, mode_t mode);
     void copyDirectory(const SiteDestination& destination, mode_t mode);
+
+    int look(const SiteDestination& destination, struct stat& status);
+    int openParent(const SiteDestination& destination);
+    Descriptor makeDirectory(const SiteDestination& destination);
+    Descriptor makeDirectoryBelow(const SiteDestination& destination);
 
     void reportError(const path& failed, int error);
     void reportIfVerbose(const path& destination, const char* what);

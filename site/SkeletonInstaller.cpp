@@ -70,7 +70,7 @@ gid_t groupOfClients()
 }
 
 /// Whoever sends the messages into a file wants to read later what was left as it is.
-bool isWatchedByAFile()
+bool standardErrorIsARegularFile()
 {
     struct stat status = {};
     return fstat(STDERR_FILENO, &status) == 0 && S_ISREG(status.st_mode);
@@ -88,7 +88,7 @@ unsigned int install(const VirtualHostPath& host, unsigned int listingMode, cons
     const path skeleton = chooseSkeleton(host.root, clientId);
     const EntryList entries = listSkeleton(skeleton, listingMode);
     SkeletonCopier copier(
-        host, skeleton, groupOfClients(), standardError(), isWatchedByAFile(), options);
+        host, skeleton, groupOfClients(), standardError(), standardErrorIsARegularFile(), options);
     for (const path& entry : entries) {
         copier.copy(entry);
     }

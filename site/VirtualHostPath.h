@@ -9,8 +9,9 @@ namespace zelto
 /// Where a hosted domain or one of its subdomains lives, and the name that it goes by.
 ///
 /// A domain's directory is root / domain, a subdomain's is root / domain / "subdomains" /
-/// subdomain. Paths are compared by whole components and are never normalised: a trailing
-/// separator counts as one more component, ".", so callers pass clean paths.
+/// subdomain. Paths are compared by whole components and are never normalised, so callers pass
+/// clean paths: a trailing separator counts as one more component, "."; the root followed by "/" or
+/// "/." is the domain ".", followed by "/.." the domain "..".
 struct VirtualHostPath {
     boost::filesystem::path root;      ///< the virtual-hosts root (setting HTTPD_VHOSTS_D)
     boost::filesystem::path relative;  ///< the directory's components below the root

@@ -34,69 +34,122 @@ protected:
 
 } // namespace
 
-TEST_F(ParentDirectoryTest, APathsLastSlashDividesDirectoryAndName)
+TEST_F(ParentDirectoryTest, IsFoundBelowItsBase)
 {
-    makeDirs("/srv/a/b");
-    EXPECT_EQ(inodeOf(parent_.of("/srv/a/b/file")), inodeOf("/srv/a/b"));
-    EXPECT_EQ(inodeOf(parent_.of("/srv/a//b")), inodeOf("/srv/a"));
-    EXPECT_STREQ(ParentDirectory::nameIn("/srv/a/b/file"), "file");
-    EXPECT_STREQ(ParentDirectory::nameIn("/srv/a//b"), "b");
-    EXPECT_STREQ(ParentDirectory::nameIn("/srv/a/"), "");
+    makeDirs("/srv/a/b/c");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/a", "b/c")), inodeOf("/srv/a/b/c"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/a", "")), inodeOf("/srv/a"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/a/", "b")), inodeOf("/srv/a/b"));
+    EXPECT_EQ(inodeOf(parent_.of("/", "srv")), inodeOf("/srv"));
 }
 
-TEST_F(ParentDirectoryTest, ANameAtTheTopLiesInTheRootDirectory)
-{
-    EXPECT_EQ(inodeOf(parent_.of("/file")), inodeOf("/"));
-    EXPECT_EQ(inodeOf(parent_.of("//file")), inodeOf("/"));
-    EXPECT_STREQ(ParentDirectory::nameIn("/file"), "file");
-    EXPECT_STREQ(ParentDirectory::nameIn("//file"), "file");
-}
-
-TEST_F(ParentDirectoryTest, ANameWithoutDirectoryLiesInTheWorkingDirectory)
+TEST_F(ParentDirectoryTest, WithoutABaseIsFoundBelowTheWorkingDirectory)
 {
     ASSERT_EQ(chdir("/srv/www"), 0);
-    EXPECT_EQ(inodeOf(parent_.of("file")), inodeOf("/srv/www"));
-    EXPECT_STREQ(ParentDirectory::nameIn("file"), "file");
-    EXPECT_EQ(inodeOf(parent_.of("vhosts/file")), inodeOf("/srv/www/vhosts"));
+    EXPECT_EQ(inodeOf(parent_.of("", "")), inodeOf("/srv/www"));
+    EXPECT_EQ(inodeOf(parent_.of("", "vhosts")), inodeOf("/srv/www/vhosts"));
 }
 
-TEST_F(ParentDirectoryTest, FilesOfOneDirectoryShareOneOpenCall)
+TEST_F(ParentDirectoryTest, IsOpenedOnceForTheEntriesThatShareIt)
 {
     makeDirs("/srv/a/b");
     faults::clear();
-    const int directory = parent_.of("/srv/a/b/1");
-    EXPECT_EQ(parent_.of("/srv/a/b/2"), directory);
+    const int directory = parent_.of("/srv/a", "b");
+    EXPECT_EQ(parent_.of("/srv/a", "b"), directory);
     EXPECT_EQ(faults::calls("open"), 1);
-    EXPECT_EQ(inodeOf(parent_.of("/srv/a/1")), inodeOf("/srv/a"));
-    EXPECT_EQ(faults::calls("open"), 2);
+    EXPECT_EQ(faults::calls("openat"), 1);
+    EXPECT_EQ(inodeOf(parent_.of("/srv/a", "")), inodeOf("/srv/a"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/a/b", "")), inodeOf("/srv/a/b"));
 }
 
-TEST_F(ParentDirectoryTest, ADirectoryThatCannotBeOpenedIsTriedAgain)
+TEST_F(ParentDirectoryTest, IsTriedAgainWhenItCouldNotBeOpened)
 {
-    EXPECT_EQ(parent_.of("/srv/missing/file"), -1);
+    EXPECT_EQ(parent_.of("/srv", "missing"), -1);
     EXPECT_EQ(errno, ENOENT);
     makeDir("/srv/missing");
-    EXPECT_EQ(inodeOf(parent_.of("/srv/missing/file")), inodeOf("/srv/missing"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv", "missing")), inodeOf("/srv/missing"));
+}
+
+TEST_F(ParentDirectoryTest, IsNoFile)
+{
     makeFile("/srv/file", "");
-    EXPECT_EQ(parent_.of("/srv/file/below"), -1);
+    EXPECT_EQ(parent_.of("/srv/file", ""), -1);
+    EXPECT_EQ(errno, ENOTDIR);
+    EXPECT_EQ(parent_.of("/srv", "file/below"), -1);
     EXPECT_EQ(errno, ENOTDIR);
 }
 
-TEST_F(ParentDirectoryTest, AFailureAfterADirectoryThatWasOpenStillTellsItsReason)
+TEST_F(ParentDirectoryTest, TakesALinkThatIsTheBaseAsItIs)
 {
-    EXPECT_GE(parent_.of("/srv/file"), 0);
-    EXPECT_EQ(parent_.of("/srv/missing/file"), -1);
+    makeDirs("/srv/target/a");
+    makeLink("/srv/base", "target");
+    ASSERT_EQ(lchown("/srv/base", site, users), 0);
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "a")), inodeOf("/srv/target/a"));
+}
+
+TEST_F(ParentDirectoryTest, FollowsALinkOfRootBelowTheBase)
+{
+    makeDirs("/srv/target/deep");
+    makeDir("/srv/base");
+    makeLink("/srv/base/absolute", "/srv/target");
+    makeLink("/srv/base/relative", "../target/deep");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "absolute/deep")), inodeOf("/srv/target/deep"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "relative")), inodeOf("/srv/target/deep"));
+}
+
+TEST_F(ParentDirectoryTest, RefusesALinkOfSomebodyElseBelowTheBase)
+{
+    makeDirs("/srv/target/deep");
+    makeDir("/srv/base");
+    makeLink("/srv/base/link", "/srv/target");
+    ASSERT_EQ(lchown("/srv/base/link", site, users), 0);
+    for (const char* below : {"link", "link/deep"}) {
+        errno = 0;
+        EXPECT_EQ(parent_.of("/srv/base", below), -1);
+        EXPECT_EQ(errno, ELOOP);
+    }
+}
+
+TEST_F(ParentDirectoryTest, ReportsALinkOfRootThatLeadsNowhere)
+{
+    makeLink("/srv/dangling", "nowhere");
+    makeLink("/srv/loop", "loop");
+    EXPECT_EQ(parent_.of("/srv", "dangling"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(parent_.of("/srv", "loop"), -1);
+    EXPECT_EQ(errno, ELOOP);
+}
+
+TEST_F(ParentDirectoryTest, ReadsTheLinkThatItLookedAtAndNoOther)
+{
+    makeDirs("/srv/target");
+    makeDirs("/srv/secret");
+    makeDir("/srv/base");
+    makeLink("/srv/base/link", "/srv/target");
+    // Between the look at the owner and the reading of the link somebody else's takes its name.
+    faults::runBefore("fstat", 1, [] {
+        ASSERT_EQ(unlink("/srv/base/link"), 0);
+        makeLink("/srv/base/link", "/srv/secret");
+        ASSERT_EQ(lchown("/srv/base/link", 1001, 100), 0);
+    });
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "link")), inodeOf("/srv/target"));
+}
+
+TEST_F(ParentDirectoryTest, TellsItsReasonAfterADirectoryThatWasOpen)
+{
+    EXPECT_GE(parent_.of("/srv", ""), 0);
+    EXPECT_EQ(parent_.of("/srv", "missing"), -1);
     EXPECT_EQ(errno, ENOENT);
 }
 
-TEST_F(ParentDirectoryTest, AtMostOneDescriptorIsHeldAndNoneLeftBehind)
+TEST_F(ParentDirectoryTest, HoldsOneDescriptorAndLeavesNone)
 {
     const size_t before = openDescriptors();
     {
         ParentDirectory parent;
-        (void)parent.of("/srv/www/file");
-        (void)parent.of("/srv/file");
-        (void)parent.of("/srv/www/vhosts/file");
+        (void)parent.of("/srv", "www");
+        (void)parent.of("/srv", "");
+        (void)parent.of("/srv", "www/vhosts");
         EXPECT_EQ(openDescriptors(), before + 1);
     }
     EXPECT_EQ(openDescriptors(), before);

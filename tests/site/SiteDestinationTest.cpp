@@ -16,6 +16,8 @@ std::string placeOf(const std::string& entry, const SkeletonOptions& options)
     if (!destination) {
         return "left alone";
     }
+    EXPECT_EQ(destination->path,
+        destination->below.empty() ? destination->base : destination->base / destination->below);
     return destination->path.string() + (destination->inside ? " inside" : " outside");
 }
 

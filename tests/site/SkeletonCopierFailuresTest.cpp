@@ -35,10 +35,13 @@ TEST_F(SkeletonCopierTest, OutsideADanglingLinkOnTheWayStopsEverything)
 
 TEST_F(SkeletonCopierTest, ADirectoryThatAppearsMeanwhileIsKeptAsItIs)
 {
-    for (const std::string entry : {"conf", "httpdocs"}) {
+    const std::pair<const char*, const char*> table[] = {
+        {"conf", "mkdirat"},   // below the virtual host
+        {"httpdocs", "lstat"}, // the document root itself, looked at first
+    };
+    for (const auto& [entry, call] : table) {
         faults::clear();
-        // The source is looked at second, just before the directory is made.
-        faults::runBefore("lstat", 2, [] {
+        faults::runBefore(call, call == std::string("lstat") ? 2 : 1, [] {
             (void)mkdir("/srv/v/conf", 0711);
             (void)mkdir("/srv/w/web", 0711);
         });
@@ -51,7 +54,7 @@ TEST_F(SkeletonCopierTest, ADirectoryThatAppearsMeanwhileIsKeptAsItIs)
 TEST_F(SkeletonCopierTest, ADirectorysModeAndGroupAreNotChecked)
 {
     ASSERT_EQ(chmod("/srv/s/conf", 0700), 0);
-    faults::fail("open", EMFILE);
+    faults::fail("openat", EMFILE);
     EXPECT_EQ(copy({"conf"}), "");
     EXPECT_EQ(accessOf("/srv/v/conf"), "0755 root:root");
     faults::fail("fchmod", EPERM);
@@ -71,7 +74,8 @@ TEST_F(SkeletonCopierTest, AFileThatCannotBeReadIsReportedAndLeavesNothing)
     makeFile("/srv/s/b", "next");
     for (const char* call : {"open", "fstat", "read"}) {
         faults::clear();
-        faults::fail(call, EIO);
+        // The directory of the destination is opened first.
+        faults::fail(call, EIO, call == std::string("open") ? 2 : 1);
         EXPECT_EQ(copy({"a", "b"}, quiet), installer("/srv/s/a: Input/output error")) << call;
         EXPECT_EQ(treeOf("/srv/v"), hostWith("file 0644 root:kvocln b \"next\"")) << call;
         EXPECT_EQ(unlink("/srv/v/b"), 0);
@@ -124,7 +128,7 @@ TEST_F(SkeletonCopierTest, AFileSwappedForSomethingElseIsNeitherFollowedNorWaite
     const auto copySwapped = [this](void (*swap)()) {
         makeFile("/srv/s/f", "content");
         faults::clear();
-        faults::runBefore("open", 1, swap);
+        faults::runBefore("open", 2, swap);
         std::string messages = copy({"f"}, verbose);
         EXPECT_FALSE(exists("/srv/v/f"));
         (void)remove("/srv/s/f");

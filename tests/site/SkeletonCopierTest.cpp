@@ -279,7 +279,7 @@ TEST_F(SkeletonCopierTest, TheSourceOfAFileThatExistsIsNotOpened)
     makeFile("/srv/v/f", "old");
     faults::clear();
     EXPECT_EQ(copy({"f"}), alreadyExists("/srv/v/f"));
-    EXPECT_EQ(faults::calls("open"), 0);
+    EXPECT_EQ(faults::calls("open"), 1); // the directory of the destination
     EXPECT_EQ(faults::calls("read"), 0);
 }
 
@@ -366,10 +366,69 @@ TEST_F(SkeletonCopierTest, AFileCostsTwelveSystemCallsAndItsDirectoryIsOpenedOnc
     makeDir("/srv/v/conf");
     faults::clear();
     EXPECT_EQ(copy(entries), "");
-    EXPECT_EQ(faults::calls("lstat"), 2 * 10);
+    EXPECT_EQ(faults::calls("lstat"), 10);
+    EXPECT_EQ(faults::calls("fstatat"), 10);
     EXPECT_EQ(faults::calls("open"), 10 + 1);
+    EXPECT_EQ(faults::calls("openat"), 1);
     for (const char* call : {"fstat", "read", "O_TMPFILE", "write", "fchmod", "fchown", "linkat"}) {
         EXPECT_EQ(faults::calls(call), 10) << call;
     }
-    EXPECT_EQ(faults::calls("close"), 2 * 10 + 1);
+    EXPECT_EQ(faults::calls("close"), 2 * 10 + 2);
+}
+
+// --- links on the way ---
+
+TEST_F(SkeletonCopierTest, NothingIsMadeThroughALinkOfSomebodyElse)
+{
+    makeDirs("/srv/s/httpdocs/css/deep");
+    makeFile("/srv/s/httpdocs/css/style", "x");
+    makeFile("/srv/s/httpdocs/index", "x");
+    makeDir("/srv/outside");
+    makeDirs("/srv/w/web");
+    makeLink("/srv/w/web/css", "/srv/outside");
+    ASSERT_EQ(lchown("/srv/w/web/css", site, users), 0);
+    const std::string loop = "\") failed: Too many levels of symbolic links\n";
+    EXPECT_EQ(
+        copy({"httpdocs/css", "httpdocs/css/deep", "httpdocs/css/style", "httpdocs/index"}, quiet),
+        "corbel:InstallSkeleton(): stat(\"/srv/w/web/css/deep" + loop +
+            "corbel:InstallSkeleton(): stat(\"/srv/w/web/css/style" + loop);
+    EXPECT_EQ(treeOf("/srv/outside"), "dir  0755 root:root .\n");
+    EXPECT_TRUE(exists("/srv/w/web/index"));
+}
+
+TEST_F(SkeletonCopierTest, WhatRootHasLinkedElsewhereIsFilledThere)
+{
+    makeDirs("/srv/s/conf/shared/deep");
+    makeFile("/srv/s/conf/shared/deep/file", "x");
+    makeDirs("/srv/elsewhere");
+    makeDir("/srv/v/conf");
+    makeLink("/srv/v/conf/shared", "/srv/elsewhere");
+    EXPECT_EQ(copy({"conf/shared", "conf/shared/deep", "conf/shared/deep/file"}, quiet), "");
+    EXPECT_TRUE(exists("/srv/elsewhere/deep/file"));
+}
+
+TEST_F(SkeletonCopierTest, ADirectoryExchangedForALinkIsNotEntered)
+{
+    makeDirs("/srv/s/httpdocs/css");
+    makeFile("/srv/s/httpdocs/css/a", "x");
+    makeDirs("/srv/w/web/css");
+    makeDir("/srv/outside");
+    // Between the look at the destination and the writing of the file.
+    faults::runBefore("O_TMPFILE", 1, [] {
+        ASSERT_EQ(rename("/srv/w/web/css", "/srv/w/web/moved"), 0);
+        makeLink("/srv/w/web/css", "/srv/outside");
+    });
+    EXPECT_EQ(copy({"httpdocs/css/a"}, quiet), "");
+    EXPECT_EQ(treeOf("/srv/outside"), "dir  0755 root:root .\n");
+    EXPECT_TRUE(exists("/srv/w/web/moved/a"));
+}
+
+TEST_F(SkeletonCopierTest, ADocumentRootThatIsALinkToNothingStopsEverythingBelowIt)
+{
+    makeDirs("/srv/s/httpdocs/css");
+    makeLink("/srv/w/dangling", "nowhere");
+    options_.www_root = "/srv/w/dangling";
+    EXPECT_EQ(copy({"httpdocs"}, quiet), "");
+    EXPECT_EQ(failureOf("httpdocs/css"),
+        "boost::filesystem::create_directories: File exists: \"/srv/w/dangling\"");
 }

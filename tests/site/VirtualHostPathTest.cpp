@@ -1,4 +1,5 @@
 #include <stdexcept>
+#include <utility>
 
 #include "site/VirtualHostPath.h"
 #include "tests/lib/World.h"
@@ -121,6 +122,18 @@ TEST_F(VirtualHostPathTest, TrailingSlashesAndDotsCountAsComponents)
         {"/srv/www/vhosts/example.test/", "/srv/www/vhosts/example.test/./shop",
             "/srv/www/vhosts/example.test/subdomains/shop/"}) {
         EXPECT_EQ(refusalOf(directory), notAVirtualHost(directory));
+    }
+}
+
+TEST_F(VirtualHostPathTest, ADotOrTwoBelowTheRootAreADomainOfThatName)
+{
+    const std::pair<std::string, std::string> names[] = {{"/", "."}, {"/.", "."}, {"/..", ".."}};
+    for (const auto& [ending, name] : names) {
+        const auto host = VirtualHostPath::fromDirectory("/srv/www/vhosts" + ending);
+        EXPECT_EQ(host.directory.string(), "/srv/www/vhosts" + ending);
+        EXPECT_EQ(host.relative.string(), name);
+        EXPECT_EQ(host.name, name);
+        EXPECT_FALSE(host.is_subdomain);
     }
 }
 
