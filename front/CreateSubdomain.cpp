@@ -1,6 +1,5 @@
 #include "front/CreateSubdomain.h"
 
-#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -55,8 +54,8 @@ int prepareServerDirectory(
             name, subdomain, domain);
         return -1;
     }
-    const std::string tree = std::string("./") + name;
-    return changeOwnerAndModeOfTree(tree.c_str(), rootUser, ids.kvoserv, 0644, mode, 0);
+    return changeOwnerAndModeOfTree(
+        pathInside({"."}, name).text, rootUser, ids.kvoserv, 0644, mode, 0);
 }
 
 const char* textOrEmpty(const char* text)

@@ -14,9 +14,12 @@ public:
         dev_t device;
         ino_t inode;
         off64_t position;
+        bool ended;       ///< nothing is left to read,
+        bool endIsLikely; ///< as far as can be told
     };
 
     [[nodiscard]] bool empty() const noexcept { return levels_.empty(); }
+    [[nodiscard]] size_t size() const noexcept { return levels_.size(); }
 
     void push(const Level& level, const std::string& name);
 

@@ -3,15 +3,9 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "conf/FatalLogger.h"
-
-int directoryFlags() noexcept
-{
-    return O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
-}
 
 void failTreeStep(const char* words, const char* name)
 {
@@ -37,7 +31,7 @@ int TreeAction::actOnClosedDirectory(int /*parent*/, const char* /*name*/)
 
 Descriptor TreeWalk::walk(Descriptor top, const char* name)
 {
-    enter(std::move(top), name);
+    enter(std::move(top), name, DirectoryReader::End::certain);
     for (;;) {
         Level& level = open_.back();
         if (const dirent64* entry = level.reader.next(level.directory.get())) {
@@ -50,15 +44,15 @@ Descriptor TreeWalk::walk(Descriptor top, const char* name)
     }
 }
 
-void TreeWalk::enter(Descriptor directory, const char* name)
+void TreeWalk::enter(Descriptor directory, std::string name, DirectoryReader::End end)
 {
     if (fchdir(directory.get()) != 0) {
-        failTreeStep("Unable to change dir", name);
+        failTreeStep("Unable to change dir", name.c_str());
     }
     if (open_.size() == maximumOpen) {
         parkShallowest();
     }
-    open_.push_back({std::move(directory), name, {}, {}});
+    open_.push_back({std::move(directory), std::move(name), DirectoryReader(end)});
 }
 
 void TreeWalk::visit(const dirent64& entry)
@@ -89,15 +83,17 @@ void TreeWalk::visit(const dirent64& entry)
 void TreeWalk::visitDirectory(const char* name, bool looked)
 {
     Level& parent = open_.back();
-    if (std::exchange(parent.repeated, {}) == name) {
-        return;
-    }
-    Descriptor directory(openat(parent.directory.get(), name, directoryFlags()));
+    Descriptor directory(openat(parent.directory.get(), name, directoryFlags));
     if (!directory) {
         failEntry("Unable to open dir", name, looked);
         return;
     }
-    enter(std::move(directory), name);
+    std::string kept = name;
+    // A read that is due anyway: if nothing comes, there is no need to find this place again.
+    parent.reader.readAhead(parent.directory.get());
+    // What is to be empty in the end shows when it is removed whether all of it was read.
+    enter(std::move(directory), std::move(kept),
+        action_.empties() ? DirectoryReader::End::likely : DirectoryReader::End::certain);
 }
 
 void TreeWalk::leave()
@@ -107,6 +103,11 @@ void TreeWalk::leave()
     if (open_.empty()) {
         reopenParent(level);
     }
+    finish(std::move(level));
+}
+
+void TreeWalk::finish(Level level)
+{
     const char* name = level.name.c_str();
     if (action_.actOnOpenDirectory(level.directory.get()) != 0) {
         failTreeStep(action_.words().directory, name);
@@ -114,9 +115,24 @@ void TreeWalk::leave()
     if (level.directory.close() != 0) {
         failTreeStep("Unable to close dir", name);
     }
-    if (action_.actOnClosedDirectory(open_.back().directory.get(), name) != 0) {
-        failTreeStep(action_.words().directory, name);
+    if (action_.actOnClosedDirectory(open_.back().directory.get(), name) == 0) {
+        return;
     }
+    if ((errno == ENOTEMPTY || errno == EEXIST) && level.reader.endIsLikely()) {
+        enterAgain(level);
+        return;
+    }
+    failTreeStep(action_.words().directory, name);
+}
+
+/// Goes back into a directory that was not read to its end after all.
+void TreeWalk::enterAgain(const Level& left)
+{
+    Descriptor directory(openat(open_.back().directory.get(), left.name.c_str(), directoryFlags));
+    if (!directory) {
+        failTreeStep("Unable to open dir", left.name.c_str());
+    }
+    enter(std::move(directory), left.name, DirectoryReader::End::certain);
 }
 
 void TreeWalk::parkShallowest()
@@ -126,8 +142,9 @@ void TreeWalk::parkShallowest()
     if (fstat(level.directory.get(), &status) != 0) {
         failTreeStep("Unable to get file descriptor of current dir");
     }
-    const off64_t position = action_.empties() ? 0 : level.reader.position();
-    parked_.push({status.st_dev, status.st_ino, position}, level.name);
+    parked_.push({status.st_dev, status.st_ino, level.reader.position(), level.reader.ended(),
+                     level.reader.endIsLikely()},
+        level.name);
     if (level.directory.close() != 0) {
         failTreeStep("Unable to close dir", level.name.c_str());
     }
@@ -139,7 +156,7 @@ void TreeWalk::reopenParent(const Level& child)
     constexpr char restore[] = "Unable to restore & close current dir";
     std::string name;
     const ParkedLevels::Level known = parked_.pop(name);
-    Descriptor directory(openat(child.directory.get(), "..", directoryFlags()));
+    Descriptor directory(openat(child.directory.get(), "..", directoryFlags));
     struct stat status = {};
     if (!directory || fstat(directory.get(), &status) != 0) {
         failTreeStep(restore);
@@ -150,17 +167,20 @@ void TreeWalk::reopenParent(const Level& child)
         failTreeStep(restore);
     }
     // Staying in a removed directory would keep all of its removed parents alive in the kernel,
-    // which looks through them at every further removal: quadratic in the depth.
-    if (fchdir(directory.get()) != 0) {
+    // which looks through them at every further removal: quadratic in the depth. To move up now
+    // and then is enough.
+    constexpr size_t now = 16;
+    if (action_.empties() && parked_.size() % now == 0 && fchdir(directory.get()) != 0) {
         failTreeStep(restore);
     }
-    if (known.position != 0 && lseek(directory.get(), known.position, SEEK_SET) < 0) {
+    open_.push_back({std::move(directory), std::move(name), DirectoryReader()});
+    DirectoryReader& reader = open_.back().reader;
+    if (known.ended) {
+        reader.endHere(known.endIsLikely);
+    } else if (!action_.empties() &&
+               reader.goOnBehind(open_.back().directory.get(), known.position, child.name) != 0) {
         failTreeStep(restore);
     }
-    // Where several names share a place in the order of a directory, reading on gives the one that
-    // was just done once more.
-    open_.push_back(
-        {std::move(directory), std::move(name), {}, action_.empties() ? "" : child.name});
 }
 
 /// The type that came with an entry saved the look at it, which would have found a vanished or an

@@ -1,12 +1,16 @@
 #pragma once
 
 #include <deque>
+#include <fcntl.h>
 #include <string>
 #include <sys/types.h>
 
 #include "fsutil/Descriptor.h"
 #include "fsutil/DirectoryReader.h"
 #include "fsutil/ParkedLevels.h"
+
+/// The flags with which the walks open a directory.
+constexpr int directoryFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
 
 /// What a walk does to the tree it goes through. The functions act on one path and return 0, or
 /// -1 with `errno`; the walk turns -1 into the fatal report that the action's words begin.
@@ -32,7 +36,8 @@ public:
     virtual int actOnEntry(int directory, const char* name, mode_t type) = 0;
 
     /// Acts on a directory whose contents are done, through its own descriptor: whatever its name
-    /// means by now, no other directory is changed in its stead.
+    /// means by now, no other directory is changed in its stead. For that the directory must still
+    /// be open, so that one whose closing fails is changed already.
     virtual int actOnOpenDirectory(int directory);
 
     /// Acts on a directory whose contents are done and which has been closed.
@@ -54,8 +59,9 @@ private:
 /// giving entries, which counts as its end.
 ///
 /// Nothing is ever followed: a directory is opened by its bare name without following a link and
-/// worked on through that descriptor, so that an entry exchanged by the owner of the tree either
-/// is one of the tree's own or makes its step fail. The walk holds a bounded number of directories
+/// worked on through that descriptor. An entry that the owner of the tree exchanges before its turn
+/// makes its step fail, or is itself what the step acts on: a link that took a file's name gets the
+/// owner meant for the file, its target does not. The walk holds a bounded number of directories
 /// open. Deeper down it closes the shallowest of them, and comes back to those through "..",
 /// going on only in a directory of the same device and inode as the one it left.
 class TreeWalk
@@ -76,13 +82,14 @@ private:
         Descriptor directory;
         std::string name;
         DirectoryReader reader;
-        std::string repeated; ///< an entry that was done before and may be read once more
     };
 
-    void enter(Descriptor directory, const char* name);
+    void enter(Descriptor directory, std::string name, DirectoryReader::End end);
     void visit(const dirent64& entry);
     void visitDirectory(const char* name, bool looked);
     void leave();
+    void finish(Level level);
+    void enterAgain(const Level& left);
     void parkShallowest();
     void reopenParent(const Level& child);
     void failEntry(const char* words, const char* name, bool looked) const;
@@ -91,9 +98,6 @@ private:
     ParkedLevels parked_;
     std::deque<Level> open_;
 };
-
-/// The flags with which the walks open a directory.
-int directoryFlags() noexcept;
 
 /// Ends the process with "<words> <name>: <text of errno>\n" through the fatal logger.
 [[noreturn]] void failTreeStep(const char* words, const char* name);

@@ -113,7 +113,7 @@ private:
 void walkDirectory(const PinnedPath& pinned, const char* path, TreeAction& action, bool includeTop)
 {
     CurrentDirectory current;
-    Descriptor top = pinned.open(directoryFlags());
+    Descriptor top = pinned.open(directoryFlags);
     if (!top) {
         failTreeStep("Unable to open dir", path);
     }

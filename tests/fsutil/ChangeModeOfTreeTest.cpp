@@ -191,15 +191,27 @@ TEST_F(ChangeModeOfTree, GivesTheSameResultWhereAFilterRefusesTheCall)
     EXPECT_EQ(accessOf("/srv/t/a/file"), "0640 root:root");
 }
 
-TEST_F(ChangeModeOfTree, ReportsARefusalThatTheOtherWayConfirms)
+TEST_F(ChangeModeOfTree, ReportsWhatTheOtherWaySaysAfterARefusal)
 {
     const Outcome end = inChild([] {
         faults::failAlways("fchmodat2", EPERM);
-        faults::failAlways("fchmodat", EOPNOTSUPP);
+        faults::failAlways("fchmodat", EROFS);
         changeModeOfTree("/srv/t/a", 0640, 0750, 1);
     });
-    EXPECT_EQ(end.err, "Unable to chmod directory entry file: Operation not permitted\n"
-                       "\nSystem error 1: Operation not permitted\n");
+    EXPECT_EQ(end.err, "Unable to chmod directory entry file: Read-only file system\n"
+                       "\nSystem error 30: Read-only file system\n");
+}
+
+TEST_F(ChangeModeOfTree, LeavesNoErrorBehindWhenTheOtherWaySucceeds)
+{
+    for (const int error : {ENOSYS, EPERM}) {
+        const Outcome end = inChild([error] {
+            faults::failAlways("fchmodat2", error);
+            errno = 0;
+            std::exit(chmodNoFollow(AT_FDCWD, "/srv/outside", 0600) == 0 && errno == 0 ? 7 : 8);
+        });
+        EXPECT_EQ(end.status, 7);
+    }
 }
 
 TEST_F(ChangeModeOfTree, NeverFollowsALinkOnAKernelWithoutTheCallEither)

@@ -196,8 +196,11 @@ TEST_F(ChangeOwnerOfTree, NeverReachesTheTargetOfALinkThatAFileTurnsInto)
         ASSERT_EQ(unlink("/srv/t/a/file"), 0);
         makeLink("/srv/t/a/file", "/srv/outside");
     });
-    changeOwnerOfTree("/srv/t/a", site, kvocln, 0);
+    const Outcome end = outputOf([] { changeOwnerOfTree("/srv/t/a", site, kvocln, 0); });
+    EXPECT_EQ(end.out + end.err, "");
     EXPECT_EQ(accessOf("/srv/outside"), "0644 root:root");
+    // The link took the file's place and gets what was meant for it.
+    EXPECT_EQ(treeOf("/srv/t/a/file"), "link site:kvocln . -> /srv/outside\n");
 }
 
 TEST_F(ChangeOwnerOfTree, ChangesTheDirectoryItWalkedAndNotTheOneThatTookItsName)

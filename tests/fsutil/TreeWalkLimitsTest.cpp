@@ -171,7 +171,7 @@ TEST_F(TreeWalkLimits, StopADeepWalkWhoseWayBackCannotBeOpened)
 
 TEST_F(TreeWalkLimits, StopADeepWalkThatCannotReadOnWhereItWas)
 {
-    makeDeepTree("/srv/deep", 60, 0, 0);
+    makeDeepTree("/srv/deep", 60, 0, 1);
     const Outcome end = inChild([] {
         faults::failAlways("lseek", EINVAL);
         changeOwnerOfTree("/srv/deep", site, kvocln, 1);
@@ -190,6 +190,133 @@ TEST_F(TreeWalkLimits, ReadADirectoryThatIsBeingEmptiedFromItsBeginningAgain)
         removeTree("/srv/deep", 1);
     }));
     EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_F(TreeWalkLimits, FindTheirPlaceAmongEntriesThatShareOne)
+{
+    makeDir("/srv/t");
+    for (const char* name : {"/srv/t/a", "/srv/t/b", "/srv/t/c", "/srv/t/d"}) {
+        makeDeepTree(name, 40, 2, 2);
+    }
+    expectQuiet(inChild([] {
+        alarm(20); // a walk that loses its place goes round for ever
+        faults::shareEntryPositions(true);
+        changeOwnerOfTree("/srv/t", site, kvocln, 1);
+        changeModeOfTree("/srv/t", 0640, 0710, 1);
+    }));
+    for (const char* name : {"/srv/t/a", "/srv/t/b", "/srv/t/c", "/srv/t/d"}) {
+        EXPECT_EQ(levelsWith(name, site, 0640, 0710), 41) << name;
+    }
+}
+
+TEST_F(TreeWalkLimits, FindTheirPlaceWhenTheEntryTheyLeftIsGone)
+{
+    makeDir("/srv/t");
+    makeDeepTree("/srv/t/a", 40, 0, 0);
+    makeDeepTree("/srv/t/b", 40, 0, 0);
+    expectQuiet(inChild([] {
+        alarm(20);
+        faults::shareEntryPositions(true);
+        // At the bottom of either, both get other names.
+        faults::runBefore("fchown", 1, [] {
+            ASSERT_EQ(rename("/srv/t/a", "/srv/t/c"), 0);
+            ASSERT_EQ(rename("/srv/t/b", "/srv/t/d"), 0);
+        });
+        changeOwnerOfTree("/srv/t", site, kvocln, 1);
+    }));
+    EXPECT_EQ(levelsWith("/srv/t/c", site, 0644, 0755), 41);
+    EXPECT_EQ(levelsWith("/srv/t/d", site, 0644, 0755), 41);
+}
+
+TEST_F(TreeWalkLimits, GoBackIntoADirectoryThatShortReadsMadeLookEmpty)
+{
+    makeDeepTree("/srv/deep", 60, 20, 5);
+    expectQuiet(inChild([] {
+        faults::shortenReads(true);
+        removeTree("/srv/deep", 1);
+    }));
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_F(TreeWalkLimits, ReadOnAfterShortReads)
+{
+    makeDeepTree("/srv/deep", 60, 20, 5);
+    expectQuiet(inChild([] {
+        faults::shortenReads(true);
+        changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+        changeModeOfTree("/srv/deep", 0640, 0710, 1);
+    }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), 61);
+}
+
+TEST_F(TreeWalkLimits, GiveUpOnADirectoryThatStaysFull)
+{
+    makeDirs("/srv/t/a");
+    makeFile("/srv/t/a/file", "x");
+    const Outcome end = inChild([] {
+        alarm(20);
+        faults::failAlways("unlinkat", ENOTEMPTY);
+        removeTree("/srv/t", 1);
+    });
+    EXPECT_EQ(end.err, "Unable to unlink directory entry file: Directory not empty\n"
+                       "\nSystem error 39: Directory not empty\n");
+    ASSERT_EQ(unlink("/srv/t/a/file"), 0);
+    const Outcome again = inChild([] {
+        alarm(20);
+        faults::failAlways("unlinkat", ENOTEMPTY);
+        removeTree("/srv/t", 1);
+    });
+    EXPECT_EQ(again.err, "Unable to remove dir a: Directory not empty\n"
+                         "\nSystem error 39: Directory not empty\n");
+    EXPECT_EQ(again.status, 1);
+}
+
+TEST_F(TreeWalkLimits, CostNoMoreThanTenCallsForADirectoryInADeepChain)
+{
+    constexpr int levels = 400;
+    makeDeepTree("/srv/deep", levels, 0, 0);
+    const auto calls = [] {
+        int sum = 0;
+        for (const char* call : {"openat", "fchdir", "getdents64", "fstat", "fstatat", "lseek",
+                 "close", "fchown", "fchownat", "fchmod", "fchmodat2", "unlinkat"}) {
+            sum += faults::calls(call);
+        }
+        return sum;
+    };
+    faults::clear();
+    changeOwnerOfTree("/srv/deep", site, kvocln, 1);
+    EXPECT_LE(calls(), 10 * levels);
+    faults::clear();
+    changeModeOfTree("/srv/deep", 0640, 0710, 1);
+    EXPECT_LE(calls(), 10 * levels);
+    faults::clear();
+    removeTree("/srv/deep", 1);
+    EXPECT_LE(calls(), 10 * levels);
+}
+
+TEST_F(TreeWalkLimits, StopADeepWalkThatCannotCloseOrKnowAgainALevel)
+{
+    const struct {
+        const char* call;
+        int error;
+        int nth;
+        const char* words;
+    } table[] = {
+        {"fstat", EIO, 1, "Unable to get file descriptor of current dir"},
+        {"close", EIO, 1, "Unable to close dir /srv/deep"},
+        {"fstat", EIO, 30, "Unable to restore & close current dir"},
+        {"fchdir", EACCES, 62, "Unable to restore & close current dir"},
+    };
+    for (const auto& row : table) {
+        removeTree("/srv/deep", 1);
+        makeDeepTree("/srv/deep", 60, 0, 0);
+        const Outcome end = inChild([&row] {
+            faults::fail(row.call, row.error, row.nth);
+            removeTree("/srv/deep", 1);
+        });
+        EXPECT_EQ(end.err.rfind(std::string(row.words) + ": ", 0), 0U) << row.call << row.nth;
+        EXPECT_EQ(end.status, 1);
+    }
 }
 
 TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)
@@ -247,15 +374,17 @@ TEST(ParkedLevels, ReturnWhatWasPushedLastFirst)
 {
     ParkedLevels levels;
     EXPECT_TRUE(levels.empty());
-    levels.push({1, 2, 3}, "top");
-    levels.push({4, 5, 6}, "");
-    levels.push({7, 8, 9}, "deepest");
+    levels.push({1, 2, 3, false, false}, "top");
+    levels.push({4, 5, 6, false, false}, "");
+    levels.push({7, 8, 9, true, true}, "deepest");
+    EXPECT_EQ(levels.size(), 3U);
     std::string name;
     const ParkedLevels::Level deepest = levels.pop(name);
     EXPECT_EQ(name, "deepest");
     EXPECT_EQ(deepest.device, 7U);
     EXPECT_EQ(deepest.inode, 8U);
     EXPECT_EQ(deepest.position, 9);
+    EXPECT_TRUE(deepest.ended && deepest.endIsLikely);
     (void)levels.pop(name);
     EXPECT_EQ(name, "");
     EXPECT_EQ(levels.pop(name).inode, 2U);

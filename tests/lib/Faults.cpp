@@ -29,6 +29,8 @@ struct Fault {
 
 std::array<Fault, 48> table;
 bool typesHidden = false;
+bool positionsShared = false;
+bool readsShortened = false;
 
 Fault& slot(const char* function)
 {
@@ -94,10 +96,22 @@ void hideEntryTypes(bool hide)
     typesHidden = hide;
 }
 
+void shareEntryPositions(bool share)
+{
+    positionsShared = share;
+}
+
+void shortenReads(bool shorten)
+{
+    readsShortened = shorten;
+}
+
 void clear()
 {
     table.fill({});
     typesHidden = false;
+    positionsShared = false;
+    readsShortened = false;
 }
 
 } // namespace faults
@@ -211,11 +225,18 @@ extern "C" ssize_t __wrap_getdents64(int directory, void* buffer, size_t size)
     if (failsNow("getdents64")) {
         return -1;
     }
-    const ssize_t length = __real_getdents64(directory, buffer, size);
-    for (ssize_t at = 0; typesHidden && at < length;) {
+    const off_t position = positionsShared ? __real_lseek(directory, 0, SEEK_CUR) : 0;
+    constexpr size_t fewEntries = 128;
+    const ssize_t length = __real_getdents64(directory, buffer, readsShortened ? fewEntries : size);
+    for (ssize_t at = 0; at < length;) {
         auto* entry = reinterpret_cast<dirent64*>(static_cast<char*>(buffer) + at);
-        entry->d_type = DT_UNKNOWN;
         at += entry->d_reclen;
+        if (typesHidden) {
+            entry->d_type = DT_UNKNOWN;
+        }
+        if (positionsShared && at < length) {
+            entry->d_off = position;
+        }
     }
     return length;
 }

@@ -25,6 +25,13 @@ int calls(const char* function);
 /// Makes getdents64() leave the type of every entry unknown, as some file systems do.
 void hideEntryTypes(bool hide);
 
+/// Lets all entries that one getdents64() returns share their place in the directory, but for the
+/// last, as file systems with coarse places do.
+void shareEntryPositions(bool share);
+
+/// Lets getdents64() return only a few entries at a time, however large the buffer.
+void shortenReads(bool shorten);
+
 /// Disarms everything and forgets the counts.
 void clear();
 
