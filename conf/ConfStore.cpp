@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <new>
+#include <stdexcept>
 #include <utility>
 
 #include "conf/PluggableLog.h"
@@ -12,7 +13,7 @@
 namespace
 {
 
-constexpr size_t step = 20;
+constexpr size_t growthStep = 20;
 
 CString duplicate(std::string_view text)
 {
@@ -23,10 +24,24 @@ CString duplicate(std::string_view text)
     return copy;
 }
 
-/// @param message has one "%s", for the text of the error.
-bool outOfMemory(const char* message)
+/// Runs what fills a container; false when there is no room, in memory or in the container itself.
+template<class Body>
+bool findsRoom(Body body)
 {
-    zelto_log(confLogPriority, message, std::strerror(ENOMEM));
+    try {
+        body();
+        return true;
+    } catch (const std::bad_alloc&) {
+        return false;
+    } catch (const std::length_error&) {
+        return false;
+    }
+}
+
+/// @param task what cannot be done to the configuration.
+bool outOfMemory(const char* task)
+{
+    zelto_log(confLogPriority, "Unable to %s configuration: %s", task, std::strerror(ENOMEM));
     errno = ENOMEM;
     return false;
 }
@@ -43,7 +58,7 @@ std::optional<size_t> nextCapacity(size_t capacity, size_t count, size_t limit)
         return std::nullopt;
     }
     const size_t doubled = capacity * 2;
-    const size_t wanted = doubled > count ? doubled : count + step;
+    const size_t wanted = doubled > count ? doubled : count + growthStep;
     return wanted < limit ? std::optional(wanted) : std::nullopt;
 }
 
@@ -57,17 +72,12 @@ bool ConfStore::makeRoom()
         errno = ENOMEM;
         return false;
     }
-    return outOfMemory("Unable to read configuration: %s");
+    return outOfMemory("read");
 }
 
 bool ConfStore::reserve(size_t capacity)
 {
-    try {
-        pairs_.reserve(capacity);
-        return true;
-    } catch (const std::bad_alloc&) {
-        return false;
-    }
+    return findsRoom([&] { pairs_.reserve(capacity); });
 }
 
 bool ConfStore::insert(std::string_view name, std::string_view value)
@@ -76,15 +86,10 @@ bool ConfStore::insert(std::string_view name, std::string_view value)
         return false;
     }
     Pair pair{duplicate(name), duplicate(value)};
-    if (!pair.name || !pair.value) {
-        return outOfMemory("Unable to form configuration: %s");
-    }
-    try {
-        take(std::move(pair));
+    if (pair.name && pair.value && findsRoom([&] { take(std::move(pair)); })) {
         return true;
-    } catch (const std::bad_alloc&) {
-        return outOfMemory("Unable to form configuration: %s");
     }
+    return outOfMemory("form");
 }
 
 /// Needs room for one pair more. When it throws, the pairs are as they were.

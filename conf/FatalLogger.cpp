@@ -37,10 +37,24 @@ void writeTo(FILE* stream, const char* message)
     const std::string_view name = PROGNAME != nullptr ? baseName(PROGNAME) : std::string_view();
     const size_t length = std::strlen(message);
     const bool ended = length > 0 && message[length - 1] == '\n';
-    // One call, so that reports of processes that share the stream do not mix within a line.
+    // One call, so that a report that fits into the stream's buffer is one write(2) and does not
+    // mix with the reports of other processes.
     (void)std::fprintf(stream, "%.*s%s%s%s", static_cast<int>(name.size()), name.data(),
         PROGNAME != nullptr ? ": " : "", message, ended ? "" : "\n");
     (void)std::fflush(stream);
+}
+
+/// Formats the message as far as it fits and tells the length of the whole. A format that cannot
+/// be applied is itself the message: it still tells what happened.
+size_t formatInto(char* buffer, size_t size, const char* format, va_list arguments)
+{
+    const int length = std::vsnprintf(buffer, size, format, arguments);
+    if (length >= 0) {
+        return static_cast<size_t>(length);
+    }
+    const std::string_view text(format);
+    buffer[text.copy(buffer, size - 1)] = '\0';
+    return text.size();
 }
 
 /// Adds the system error behind the message if there is room for all of it.
@@ -76,18 +90,15 @@ void fatalLoggerV(int exitStatus, int reserved, const char* format, va_list argu
 
     va_list again;
     va_copy(again, arguments);
-    const int needed = std::vsnprintf(buffer.get(), reportSize, format, arguments);
-    if (needed < 0) {
-        // Only a format that cannot be applied gets here; its own text still tells what happened.
-        (void)std::snprintf(buffer.get(), reportSize, "%s", format);
-    } else if (static_cast<size_t>(needed) >= reportSize) {
-        const size_t size = static_cast<size_t>(needed) + 1;
-        CString larger(static_cast<char*>(std::malloc(size)));
-        if (larger && std::vsnprintf(larger.get(), size, format, again) >= 0) {
+    const size_t length = formatInto(buffer.get(), reportSize, format, arguments);
+    if (length >= reportSize) {
+        CString larger(static_cast<char*>(std::malloc(length + 1)));
+        if (larger) {
+            (void)formatInto(larger.get(), length + 1, format, again);
             buffer = std::move(larger);
         }
     } else if (error != 0) {
-        appendSystemError(buffer.get(), static_cast<size_t>(needed), error);
+        appendSystemError(buffer.get(), length, error);
     }
     va_end(again);
 

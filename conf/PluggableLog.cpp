@@ -15,9 +15,22 @@ namespace
 
 constinit LoggerSettings settings;
 
+/// The list can be used again afterwards.
 void printTo(FILE* stream, const char* format, va_list arguments)
 {
-    (void)std::vfprintf(stream, format, arguments);
+    va_list measured;
+    va_list printed;
+    va_copy(measured, arguments);
+    va_copy(printed, arguments);
+    // By the time that printing fails for a format that cannot be applied, half of the message is
+    // out; the format's own text tells more.
+    if (std::vsnprintf(nullptr, 0, format, measured) < 0) {
+        (void)std::fputs(format, stream);
+    } else {
+        (void)std::vfprintf(stream, format, printed);
+    }
+    va_end(printed);
+    va_end(measured);
     (void)std::fputc('\n', stream);
     (void)std::fflush(stream);
 }
@@ -53,11 +66,8 @@ void consolePrinterV(int priority, const char* format, va_list arguments)
     if (priority > settings.verbosity) {
         return;
     }
-    va_list again;
-    va_copy(again, arguments);
     printTo(stderr, format, arguments);
-    printTo(stdout, format, again);
-    va_end(again);
+    printTo(stdout, format, arguments);
 }
 
 void loggerSetup(

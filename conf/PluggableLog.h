@@ -9,10 +9,11 @@
 extern "C" {
 
 /// Logs a printf(3) format at a priority; syslog's priorities count, smaller is more urgent.
-extern void (*zelto_log)(int priority, const char* format, ...);
+[[gnu::format(printf, 2, 3)]] extern void (*zelto_log)(int priority, const char* format, ...);
 
 /// As zelto_log, with the arguments in a list.
-extern void (*zelto_logv)(int priority, const char* format, va_list arguments);
+[[gnu::format(printf, 2, 0)]] extern void (*zelto_logv)(
+    int priority, const char* format, va_list arguments);
 }
 
 /// What loggerSetup() recorded, process-wide.
@@ -27,7 +28,7 @@ const LoggerSettings& loggerSettings();
 
 /// Prints the formatted text, unless the priority is above the threshold, to standard error and
 /// then to standard output, each time followed by a newline (also behind one in the text) and a
-/// flush. No program name stands before it.
+/// flush. No program name stands before it. A format that cannot be applied is itself the text.
 [[gnu::format(printf, 2, 3)]] void consolePrinter(int priority, const char* format, ...);
 
 /// As consolePrinter(), with the arguments in a list. The list is unspecified afterwards.

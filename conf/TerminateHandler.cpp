@@ -17,8 +17,10 @@ void unexpectedErrorHandler()
         try {
             std::rethrow_exception(error);
         } catch (const std::exception& exception) {
-            (void)std::fprintf(stderr, "Unexpected error: %s\n", exception.what());
-            std::exit(1);
+            if (const char* const text = exception.what()) {
+                (void)std::fprintf(stderr, "Unexpected error: %s\n", text);
+                std::exit(1);
+            }
         } catch (...) {
         }
     }

@@ -54,7 +54,7 @@ bool isDirectory(const char* path)
 
 /// Enters the directory, stays there and tells its name. One that cannot be entered goes by the
 /// name of the directory the process is in.
-void resolve(const char* path, DirectoryName& name)
+void enterAndName(const char* path, DirectoryName& name)
 {
     [[maybe_unused]] const int unchecked = chdir(path);
     currentName(name);
@@ -139,8 +139,8 @@ int isSubdirectory(const char* path, const char* parent)
     DirectoryName parentName = {};
     {
         const CurrentDirectory comeBack;
-        resolve(path, pathName);
-        resolve(parent, parentName);
+        enterAndName(path, pathName);
+        enterAndName(parent, parentName);
     }
     const std::string_view below(pathName);
     const std::string_view above(parentName);

@@ -14,13 +14,14 @@ namespace
 
 constexpr mode_t unfinished = 0600;
 
-/// Whether the error says that this road is closed here rather than that the file cannot be made.
+/// Whether the error says that this way of making the file is not to be had here rather than that
+/// the file cannot be made.
 /// O_TMPFILE: EOPNOTSUPP from the file system, EISDIR from a kernel that does not know the flag.
 /// Linking without a name: ENOENT without the capability or without /proc, EACCES where /proc is
 /// closed to this process. Flags that a file system does not take: EINVAL. A filter of system
-/// calls: ENOSYS, EPERM. Some of these have other causes as well; the next road then meets them
+/// calls: ENOSYS, EPERM. Some of these have other causes as well; the next way then meets them
 /// again and says so.
-bool roadClosed(int error)
+bool notSupportedHere(int error)
 {
     return error == EOPNOTSUPP || error == EISDIR || error == ENOENT || error == EINVAL ||
            error == ENOSYS || error == EPERM || error == EACCES;
@@ -64,7 +65,7 @@ int linkNameless(int file, int directory, const char* name)
     if (linkat(file, "", directory, name, AT_EMPTY_PATH) == 0) {
         return 0;
     }
-    if (!roadClosed(errno)) {
+    if (!notSupportedHere(errno)) {
         return -1;
     }
     char path[sizeof "/proc/self/fd/-2147483648"];
@@ -138,7 +139,7 @@ int TemporaryFile::moveTo(const char* name)
         named_ = false;
         return 0;
     }
-    return roadClosed(errno) ? linkat(directory_, name_, directory_, name, 0) : -1;
+    return notSupportedHere(errno) ? linkat(directory_, name_, directory_, name, 0) : -1;
 }
 
 void TemporaryFile::remove() noexcept
@@ -168,5 +169,6 @@ int createWholeFile(
     if (createNameless(directory, name, content, mode, group) == 0) {
         return 0;
     }
-    return roadClosed(errno) ? createUnderTemporaryName(directory, name, content, mode, group) : -1;
+    return notSupportedHere(errno) ? createUnderTemporaryName(directory, name, content, mode, group)
+                                   : -1;
 }

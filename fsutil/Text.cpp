@@ -90,14 +90,14 @@ char* lowerCasedCopy(const char* text)
 
 char* trim(char* text)
 {
-    while (isSpace(*text)) {
-        ++text;
-    }
     char* end = text + std::strlen(text);
     while (end > text && isSpace(end[-1])) {
         --end;
     }
     *end = '\0';
+    while (isSpace(*text)) {
+        ++text;
+    }
     return text;
 }
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 
 /// @file
-/// Helpers for NUL-terminated text. Character classes are those of the C locale. A size counts
+/// Routines for NUL-terminated text. Character classes are those of the C locale. A size counts
 /// the bytes of a buffer, terminator included.
 
 /// 1 for null and for "", else 0.

@@ -1,4 +1,4 @@
-# Small helpers for the scripts of this project; sourced, never run.
+# Small functions for the scripts of this project; sourced, never run.
 # shellcheck shell=bash
 
 # shellcheck disable=SC2034  # for the scripts that source this

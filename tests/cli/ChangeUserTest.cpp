@@ -102,11 +102,6 @@ TEST_F(ChangeUser, DoesNotReadTheCgiDirectory)
     expectSilent(run(change({"--skip-www-root", "--cgi-bin-path=/srv/nowhere"})), 0);
 }
 
-TEST_F(ChangeUser, NeedsNoClient)
-{
-    expectSilent(changed({"--www-root=/srv/w"}), 0);
-}
-
 TEST_F(ChangeUser, EndsAtAMissingDocumentRootWithConfStillTheUsers)
 {
     expectReported(changed({"--www-root=/srv/nowhere"}), {missing("/srv/nowhere")}, 1);

@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <fstream>
 #include <unistd.h>
 
 #include "tests/cli/Site.h"
@@ -215,6 +216,27 @@ TEST_F(CommandLine, KeepsReportsOutOfFilesThatItOpens)
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(contentOf(shop + "/conf/site"), "ServerName example.test\n");
     EXPECT_EQ(contentOf(shop + "/httpdocs/index.html"), "<h1>example.test</h1>");
+}
+
+TEST_F(CommandLine, OpensStandardDescriptorsThatItWasStartedWithout)
+{
+    // The shell is traced as well, but opens nothing for reading and writing. The leak checker
+    // cannot work while the process is traced.
+    const Outcome end = runProgram("/usr/bin/strace",
+        {"strace", "-f", "-qq", "-e", "trace=openat", "-o", "/srv/trace", "/bin/sh", "-c",
+            R"(exec "$0" "$@" <&- >&- 2>&-)", program(), "--help"},
+        {.environment = {"ASAN_OPTIONS=detect_leaks=0"}});
+    EXPECT_EQ(end.status, 0);
+    std::string opened;
+    std::ifstream lines("/srv/trace");
+    for (std::string line; std::getline(lines, line);) {
+        if (line.find("/dev/null") != std::string::npos) {
+            opened += line.substr(line.find("openat")) + '\n';
+        }
+    }
+    EXPECT_EQ(opened, "openat(AT_FDCWD, \"/dev/null\", O_RDWR) = 0\n"
+                      "openat(AT_FDCWD, \"/dev/null\", O_RDWR) = 1\n"
+                      "openat(AT_FDCWD, \"/dev/null\", O_RDWR) = 2\n");
 }
 
 TEST_F(CommandLine, FailsAsUsualWithNobodyToReportTo)

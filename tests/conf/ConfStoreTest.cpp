@@ -37,14 +37,15 @@ void fill(ConfStore& store, size_t count)
 }
 
 /// Fails the first allocation of an insertion, then the second and so on until it goes well.
-int failuresBeforeInserted(ConfStore& store, const char* name)
+int failuresBeforeInserted(
+    ConfStore& store, const char* name, FailingNew::Error error = FailingNew::Error::memory)
 {
     const size_t count = store.count();
     int failures = 0;
     for (bool inserted = false; !inserted; failures += inserted ? 0 : 1) {
         errno = 0;
         {
-            const FailingNew failing(failures + 1);
+            const FailingNew failing(failures + 1, error);
             inserted = store.insert(name, "new");
         }
         EXPECT_EQ(errno, inserted ? 0 : ENOMEM);
@@ -320,6 +321,20 @@ TEST_F(ConfStoreWithoutMemory, LogsAnInsertionThatFailsElsewhereAndKeepsThePairs
         ASSERT_TRUE(store.insert(nameOf(number), "known"));
     }
     EXPECT_EQ(store.count(), 5U);
+}
+
+TEST_F(ConfStoreWithoutMemory, TakesAContainersOwnLimitForALackOfMemory)
+{
+    ConfStore store;
+    {
+        const FailingNew failing(1, FailingNew::Error::length);
+        EXPECT_FALSE(store.makeRoom());
+    }
+    EXPECT_EQ(errno, ENOMEM);
+    EXPECT_EQ(log_.take(), "");
+    fill(store, 3);
+    EXPECT_GT(failuresBeforeInserted(store, "A", FailingNew::Error::length), 0);
+    EXPECT_STREQ(store.find("A"), "new");
 }
 
 TEST_F(ConfStoreTest, KnowsItsNamesAgainAfterSorting)

@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <new>
+#include <stdexcept>
 
 // NOLINTBEGIN(cppcoreguidelines-owning-memory, bugprone-reserved-identifier)
 
@@ -11,6 +12,7 @@ namespace
 {
 
 constinit int due = 0; ///< the call that fails, counted down; 0 = none
+constinit FailingNew::Error thrown = FailingNew::Error::memory;
 
 void* take(size_t size)
 {
@@ -21,6 +23,9 @@ void* take(size_t size)
 void* takeOrThrow(size_t size)
 {
     void* memory = take(size);
+    if (memory == nullptr && thrown == FailingNew::Error::length) {
+        throw std::length_error("too long");
+    }
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
@@ -29,9 +34,10 @@ void* takeOrThrow(size_t size)
 
 } // namespace
 
-FailingNew::FailingNew(int nth)
+FailingNew::FailingNew(int nth, Error error)
 {
     due = nth;
+    thrown = error;
 }
 
 FailingNew::~FailingNew()

@@ -355,3 +355,22 @@ TEST_F(FatalLogger, FallsBackToTheFormatWhenItCannotBeApplied)
     })),
         "twigctl: name %ls\n");
 }
+
+TEST_F(FatalLoggerSuffix, IsAddedBehindAFormatThatCannotBeApplied)
+{
+    EXPECT_EQ(said(outputOf([] {
+        errno = ENOENT;
+        fatalLogger(0, 1, "name %ls", L"\u20ac");
+    })),
+        "twigctl: name %ls\nSystem error 2: No such file or directory\n");
+}
+
+TEST_F(FatalLogger, PrintsALongFormatThatCannotBeAppliedWhole)
+{
+    const std::string format = std::string(5000, 'x') + "%ls";
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+    EXPECT_EQ(said(outputOf([&] { fatalLogger(0, 1, format.c_str(), L"\u20ac"); })),
+        "twigctl: " + format + '\n');
+#pragma GCC diagnostic pop
+}

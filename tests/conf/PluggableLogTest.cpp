@@ -38,7 +38,7 @@ std::string said(const std::function<void()>& body)
     return outcome.err;
 }
 
-void logThroughList(int priority, const char* format, ...)
+[[gnu::format(printf, 2, 3)]] void logThroughList(int priority, const char* format, ...)
 {
     va_list arguments;
     va_start(arguments, format);
@@ -143,6 +143,12 @@ TEST_F(ConsolePrinter, PrintsNeitherTheProgramsNameNorThePendingSystemError)
 TEST_F(ConsolePrinter, PrintsTheSameArgumentsOnBothStreams)
 {
     EXPECT_EQ(said([] { consolePrinter(0, "%s %d %s %d", "a", 1, "b", 2); }), "a 1 b 2\n");
+}
+
+TEST_F(ConsolePrinter, PrintsTheFormatItselfWhenItCannotBeApplied)
+{
+    EXPECT_EQ(flushedWritesOf([] { consolePrinter(6, "%s name %ls", "half", L"\u20ac"); }),
+        "err[%s name %ls\n]out[%s name %ls\n]");
 }
 
 TEST_F(ConsolePrinter, PrintsPercentSignsOfAnArgumentAsTheyAre)

@@ -31,6 +31,12 @@ public:
     [[nodiscard]] const char* what() const noexcept override { return "100%s%n"; }
 };
 
+class Speechless : public std::exception
+{
+public:
+    [[nodiscard]] const char* what() const noexcept override { return nullptr; }
+};
+
 } // namespace
 
 TEST(TerminateHandler, PrintsTheTextOfAStandardExceptionToStandardErrorOnlyAndExitsWith1)
@@ -46,6 +52,13 @@ TEST(TerminateHandler, NamesNothingForAnExceptionOfAnotherKind)
     const Outcome end = endedBy([] { throw 1; });
     EXPECT_EQ(end.err, "Unexpected error\n");
     EXPECT_EQ(end.out, "");
+    EXPECT_EQ(end.status, 1);
+}
+
+TEST(TerminateHandler, NamesNothingForAnExceptionWithoutAText)
+{
+    const Outcome end = endedBy([] { throw Speechless(); });
+    EXPECT_EQ(end.err, "Unexpected error\n");
     EXPECT_EQ(end.status, 1);
 }
 

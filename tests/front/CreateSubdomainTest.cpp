@@ -2,6 +2,7 @@
 
 #include "conf/ProgramName.h"
 #include "front/CreateSubdomain.h"
+#include "tests/front/InstallerStub.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/World.h"
 
@@ -12,23 +13,39 @@ namespace
 class CreateSubdomain : public World
 {
 protected:
+    inline static const std::string shop = "/srv/www/vhosts/example.test/subdomains/shop";
+
     CreateSubdomain()
     {
         makeDirs("/srv/www/vhosts/.skel/0");
         makeDirs("/srv/www/vhosts/example.test/subdomains");
     }
 
-    /// Creates "shop" without site directories while one call of a function fails.
-    static Outcome created(const char* function, int error, int skipErrorDocs = 1)
+    static zelto::SkeletonOptions withoutSiteDirectories()
+    {
+        zelto::SkeletonOptions options;
+        options.skip_www_root = 1;
+        options.skip_cgi_bin = 1;
+        return options;
+    }
+
+    /// Creates "shop" while the nth call of a function fails.
+    static Outcome created(const char* function, int error, int nth = 1,
+        const zelto::SkeletonOptions& options = withoutSiteDirectories())
     {
         return inChild([=] {
             PROGNAME = "twigctl";
-            zelto::SkeletonOptions options;
-            options.skip_www_root = 1;
-            options.skip_cgi_bin = 1;
-            options.skip_error_docs = skipErrorDocs;
-            faults::fail(function, error);
+            faults::fail(function, error, nth);
             std::exit(createSubdomain("example.test", "shop", "site", "7", options));
+        });
+    }
+
+    /// Creates "shop" with nothing but "conf" and "error_docs".
+    static Outcome createdWithoutAClient()
+    {
+        return inChild([] {
+            std::exit(
+                createSubdomain("example.test", "shop", "site", nullptr, withoutSiteDirectories()));
         });
     }
 
@@ -50,30 +67,81 @@ TEST_F(CreateSubdomain, CallsTheTreesInsideTheSubdomainByTheirRelativePaths)
         "Unable to open dir ./conf: Input/output error\n\nSystem error 5: Input/output error\n", 1);
 }
 
+TEST_F(CreateSubdomain, CallsTheTreeOfErrorDocsByItsRelativePathToo)
+{
+    const Outcome end = inChild([] {
+        PROGNAME = "twigctl";
+        // The third directory to be made is "error_docs", behind the subdomain's and "conf".
+        faults::runBefore("mkdir", 3, [] { faults::fail("openat", EIO); });
+        std::exit(createSubdomain("example.test", "shop", "site", "7", withoutSiteDirectories()));
+    });
+    expectReport(end,
+        "Unable to open dir ./error_docs: Input/output error\n"
+        "\nSystem error 5: Input/output error\n",
+        1);
+}
+
+TEST_F(CreateSubdomain, ReportsAnInstallationThatTellsOfAFailure)
+{
+    const Outcome end = inChild([] {
+        PROGNAME = "twigctl";
+        const InstallerStub failing(1);
+        std::exit(createSubdomain("example.test", "shop", "site", "7", withoutSiteDirectories()));
+    });
+    expectReport(end, "Unable to setup skeleton on subdomain 'shop.example.test'\n", 255);
+    EXPECT_EQ(treeOf(shop), "dir  0755 root:root .\n");
+}
+
+TEST_F(CreateSubdomain, ReportsASiteDirectoryWhoseModeCannotBeSet)
+{
+    zelto::SkeletonOptions options = withoutSiteDirectories();
+    options.skip_www_root = 0;
+    options.www_root = "/srv/w";
+    expectReport(created("chmod", EROFS, 2, options),
+        "Unable to create and set permissions for /srv/w"
+        "\nSystem error 30: Read-only file system\n",
+        255);
+    EXPECT_EQ(accessOf("/srv/w"), "0750 site:kvoserv");
+    EXPECT_FALSE(exists(shop + "/conf"));
+}
+
+TEST_F(CreateSubdomain, SetsAccessAtEveryDepthOfConfAndErrorDocs)
+{
+    for (const char* top : {"/conf", "/error_docs"}) {
+        makeDirs(shop + top + "/a/b");
+        makeFile(shop + top + "/a/b/f", "x", {0600, other, users});
+    }
+    const Outcome end = createdWithoutAClient();
+    EXPECT_EQ(end.err, "");
+    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(treeOf(shop), "dir  0755 root:root .\n"
+                            "dir  0750 root:kvoserv conf\n"
+                            "dir  0750 root:kvoserv conf/a\n"
+                            "dir  0750 root:kvoserv conf/a/b\n"
+                            "file 0644 root:kvoserv conf/a/b/f \"x\"\n"
+                            "dir  0750 root:kvoserv error_docs\n"
+                            "dir  0750 root:kvoserv error_docs/a\n"
+                            "dir  0750 root:kvoserv error_docs/a/b\n"
+                            "file 0644 root:kvoserv error_docs/a/b/f \"x\"\n");
+}
+
 TEST_F(CreateSubdomain, ReportsASubdomainThatCannotBeEntered)
 {
     expectReport(created("chdir", EACCES),
-        "ERROR: Unable to change directory to /srv/www/vhosts/example.test/subdomains/shop"
-        "\nSystem error 13: Permission denied\n",
+        "ERROR: Unable to change directory to " + shop + "\nSystem error 13: Permission denied\n",
         255);
-    EXPECT_FALSE(exists("/srv/www/vhosts/example.test/subdomains/shop/conf"));
+    EXPECT_FALSE(exists(shop + "/conf"));
 }
 
 TEST_F(CreateSubdomain, WithoutAClientInstallsNoSkeletonAndPreparesTheSite)
 {
     makeFile("/srv/www/vhosts/.skel/0/conf", "x");
-    const Outcome end = inChild([] {
-        zelto::SkeletonOptions options;
-        options.skip_www_root = 1;
-        options.skip_cgi_bin = 1;
-        std::exit(createSubdomain("example.test", "shop", "site", nullptr, options));
-    });
+    const Outcome end = createdWithoutAClient();
     EXPECT_EQ(end.err, "");
     EXPECT_EQ(end.status, 0);
-    EXPECT_EQ(treeOf("/srv/www/vhosts/example.test/subdomains/shop"),
-        "dir  0755 root:root .\n"
-        "dir  0750 root:kvoserv conf\n"
-        "dir  0750 root:kvoserv error_docs\n");
+    EXPECT_EQ(treeOf(shop), "dir  0755 root:root .\n"
+                            "dir  0750 root:kvoserv conf\n"
+                            "dir  0750 root:kvoserv error_docs\n");
 }
 
 TEST_F(CreateSubdomain, SurvivesSiteDirectoriesThatAreNull)

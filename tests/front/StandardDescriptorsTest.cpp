@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "front/StandardDescriptors.h"
 #include "tests/lib/Process.h"
@@ -15,6 +17,18 @@ bool isDevNull(int fd)
 {
     struct stat status = {};
     return fstat(fd, &status) == 0 && S_ISCHR(status.st_mode) && status.st_rdev == makedev(1, 3);
+}
+
+/// What each of the standard descriptors leads to.
+std::vector<std::pair<dev_t, ino_t>> standardFiles()
+{
+    std::vector<std::pair<dev_t, ino_t>> files;
+    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; ++fd) {
+        struct stat status = {};
+        EXPECT_EQ(fstat(fd, &status), 0);
+        files.emplace_back(status.st_dev, status.st_ino);
+    }
+    return files;
 }
 
 } // namespace
@@ -45,10 +59,15 @@ TEST(StandardDescriptors, MayAllBeMissing)
 
 TEST(StandardDescriptors, AreLeftAloneWhereTheyAreOpen)
 {
-    const size_t before = openDescriptors();
-    openMissingStandardDescriptors();
-    EXPECT_EQ(openDescriptors(), before);
-    EXPECT_FALSE(isDevNull(STDOUT_FILENO) && isDevNull(STDERR_FILENO));
+    const Outcome end = inChild([] {
+        // Standard input may be anything, and missing as well.
+        dup2(STDOUT_FILENO, STDIN_FILENO);
+        const size_t before = openDescriptors();
+        const auto files = standardFiles();
+        openMissingStandardDescriptors();
+        std::exit(openDescriptors() == before && standardFiles() == files ? 7 : 8);
+    });
+    EXPECT_EQ(end.status, 7);
 }
 
 TEST(StandardDescriptors, AreOpenedWithoutTouchingThePendingError)

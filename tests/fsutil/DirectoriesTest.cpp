@@ -274,7 +274,8 @@ TEST_F(MakeDirectoryPath, LeavesTheRootDirectoryAlone)
     // In a root of its own, so that a mistake would not reach the machine's.
     const Outcome end = inChild([] {
         ASSERT_EQ(chroot("/srv"), 0);
-        std::exit(makePath("/", site, kvoserv, 0700) == 0 ? 7 : 8);
+        // No tidying up: a leak checker needs the /proc that is not here.
+        _exit(makePath("/", site, kvoserv, 0700) == 0 ? 7 : 8);
     });
     EXPECT_EQ(end.status, 7);
     EXPECT_EQ(accessOf("/srv"), "0755 root:root");
