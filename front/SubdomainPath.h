@@ -4,7 +4,7 @@
 
 /// A path of the plain functions: fixed, always terminated, cut when it does not fit.
 struct FixedPath {
-    char text[PATH_MAX];
+    char text[PATH_MAX] = "";
 };
 
 /// "<virtual-hosts root>/<domain>/subdomains/<subdomain>"; the root comes from the configuration.

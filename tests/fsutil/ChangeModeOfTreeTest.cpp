@@ -185,9 +185,10 @@ TEST_F(ChangeModeOfTree, GivesTheSameResultWhereAFilterRefusesTheCall)
     const Outcome end = inChild([] {
         faults::failAlways("fchmodat2", EPERM);
         changeModeOfTree("/srv/t", 0640, 0750, 1);
+        std::exit(faults::calls("fchmodat2")); // a refusal may be about one file only
     });
     EXPECT_EQ(end.err, "");
-    EXPECT_EQ(end.status, 0);
+    EXPECT_EQ(end.status, 2);
     EXPECT_EQ(accessOf("/srv/t/a/file"), "0640 root:root");
 }
 

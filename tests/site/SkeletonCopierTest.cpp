@@ -296,6 +296,21 @@ TEST_F(SkeletonCopierTest, ADestinationThatCannotBeLookedAtIsReportedAlsoWhenQui
         installer("stat(\"/srv/v/loop/a&b\") failed: Too many levels of symbolic links"));
 }
 
+TEST_F(SkeletonCopierTest, ADestinationWhosePathIsTooLongAsAWholeIsReported)
+{
+    makeDirs("/srv/s/httpdocs");
+    makeFile("/srv/s/httpdocs/file", "x");
+    makeFile("/srv/s/httpdocs/f", "x");
+    std::string root = "/srv/w";
+    while (root.size() < 4092) {
+        root += "/.";
+    }
+    options_.www_root = root.c_str();
+    EXPECT_EQ(copy({"httpdocs/f", "httpdocs/file"}, quiet),
+        "corbel:InstallSkeleton(): stat(\"" + root + "/file\") failed: File name too long\n");
+    EXPECT_TRUE(exists("/srv/w/f"));
+}
+
 TEST_F(SkeletonCopierTest, ADestinationWhosePathIsTooLongIsReported)
 {
     const std::string root = "/srv/w/" + std::string(256, 'n');
