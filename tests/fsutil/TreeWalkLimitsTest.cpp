@@ -24,7 +24,7 @@ protected:
     {
         return inChild([&body] {
             limit(RLIMIT_NOFILE, 64);
-            limit(RLIMIT_STACK, 256 * 1024);
+            limit(RLIMIT_STACK, 262144);
             body();
         });
     }

@@ -181,26 +181,20 @@ bool takesMode(int flags)
 
 extern "C" int __wrap_open(const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = takesMode(flags) ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
     return failsNow("open") ? -1 : __real_open(path, flags, mode);
 }
 
 /// A nameless file counts as a function of its own, "O_TMPFILE".
 extern "C" int __wrap_openat(int directory, const char* path, int flags, ...)
 {
-    mode_t mode = 0;
-    if (takesMode(flags)) {
-        va_list arguments;
-        va_start(arguments, flags);
-        mode = va_arg(arguments, mode_t);
-        va_end(arguments);
-    }
+    va_list arguments;
+    va_start(arguments, flags);
+    const mode_t mode = takesMode(flags) ? va_arg(arguments, mode_t) : 0;
+    va_end(arguments);
     const bool nameless = (flags & O_TMPFILE) == O_TMPFILE;
     return failsNow(nameless ? "O_TMPFILE" : "openat")
                ? -1

@@ -208,8 +208,9 @@ std::string treeOf(const std::string& path)
         }
     }
     std::string lines = lineOf(path, ".") + '\n';
+    const std::string prefix = path + '/';
     for (const std::string& name : names) {
-        lines += lineOf(path + '/' + name, name) + '\n';
+        lines.append(lineOf(prefix + name, name)).append("\n");
     }
     return lines;
 }

@@ -99,6 +99,7 @@ Outcome runProgram(
     const std::string& path, const std::vector<std::string>& arguments, const Start& start)
 {
     std::vector<char*> argv;
+    argv.reserve(arguments.size() + 1);
     for (const std::string& argument : arguments) {
         argv.push_back(const_cast<char*>(argument.c_str()));
     }
