@@ -5,24 +5,13 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <memory>
 
 #include "conf/FreeDeleter.h"
 #include "conf/PluggableLog.h"
+#include "conf/ReadStream.h"
 
 namespace
 {
-
-/// Keeps `errno`, which by then tells why the reading ended.
-struct CloseStream {
-    void operator()(FILE* stream) const noexcept
-    {
-        const int error = errno;
-        (void)std::fclose(stream); // NOLINT(cppcoreguidelines-owning-memory): it is the owner's
-        errno = error;
-    }
-};
-using Stream = std::unique_ptr<FILE, CloseStream>;
 
 bool isSpace(char character)
 {
@@ -113,7 +102,7 @@ bool readLines(FILE* stream, ConfStore& store)
 
 bool readFile(const char* path, ConfStore& store)
 {
-    const Stream stream(std::fopen(path, "rt"));
+    const ReadStream stream(std::fopen(path, "rt"));
     if (!stream) {
         const int error = errno;
         zelto_log(confLogPriority, "unable to open configuration file %s: %s\n", path,

@@ -4,27 +4,16 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <memory>
 #include <sys/stat.h>
 
 #include "conf/FatalLogger.h"
 #include "conf/FreeDeleter.h"
+#include "conf/ReadStream.h"
 #include "fsutil/Descriptor.h"
 #include "fsutil/Text.h"
 
 namespace
 {
-
-/// For streams that were only read: a failed close loses nothing, and `errno` stays as it was.
-struct StreamCloser {
-    void operator()(FILE* stream) const noexcept
-    {
-        const int error = errno;
-        (void)std::fclose(stream); // NOLINT(cppcoreguidelines-owning-memory): it is the owner's
-        errno = error;
-    }
-};
-using Stream = std::unique_ptr<FILE, StreamCloser>;
 
 /// Reads up to the first newline; null at the end of the file and on failure.
 CString readLine(FILE* stream)
@@ -50,7 +39,7 @@ int closeStream(FILE* stream)
 
 int readFirstLine(char* destination, size_t size, const char* path)
 {
-    Stream stream(std::fopen(path, "r"));
+    ReadStream stream(std::fopen(path, "r"));
     if (!stream) {
         fatalLogger(0, 1, "Unable to open file %s: %s\n", path, std::strerror(errno));
         return -1;

@@ -169,8 +169,9 @@ void TreeWalk::reopenParent(const Level& child)
     // Staying in a removed directory would keep all of its removed parents alive in the kernel,
     // which looks through them at every further removal: quadratic in the depth. To move up now
     // and then is enough.
-    constexpr size_t now = 16;
-    if (action_.empties() && parked_.size() % now == 0 && fchdir(directory.get()) != 0) {
+    constexpr size_t levelsBetweenMoves = 16;
+    if (action_.empties() && parked_.size() % levelsBetweenMoves == 0 &&
+        fchdir(directory.get()) != 0) {
         failTreeStep(restore);
     }
     open_.push_back({std::move(directory), std::move(name), DirectoryReader()});
