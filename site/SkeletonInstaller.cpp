@@ -12,7 +12,7 @@
 #include "conf/Configuration.h"
 #include "site/SiteDirectories.h"
 #include "site/SkeletonCopier.h"
-#include "site/StandardError.h"
+#include "conf/StandardStreams.h"
 #include "site/TreeListing.h"
 #include "site/VirtualHostPath.h"
 

@@ -9,7 +9,7 @@
 #include <ostream>
 #include <sys/stat.h>
 
-#include "site/StandardError.h"
+#include "conf/StandardStreams.h"
 
 namespace zelto
 {

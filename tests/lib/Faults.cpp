@@ -2,13 +2,16 @@
 
 #include <array>
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
+#include <sys/select.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
 
@@ -27,7 +30,7 @@ struct Fault {
     void (*body)() = nullptr; ///< to run before that call
 };
 
-std::array<Fault, 48> table;
+std::array<Fault, 80> table;
 bool typesHidden = false;
 bool positionsShared = false;
 bool readsShortened = false;
@@ -163,9 +166,23 @@ WRAP(ssize_t, -1, write, (int file, const void* buffer, size_t size), (file, buf
 WRAP(off_t, -1, lseek, (int file, off_t offset, int whence), (file, offset, whence))
 WRAP(char*, nullptr, getcwd, (char* buffer, size_t size), (buffer, size))
 WRAP(int, -1, getentropy, (void* buffer, size_t size), (buffer, size))
+WRAP(int, -1, unlink, (const char* path), (path))
+WRAP(int, -1, rmdir, (const char* path), (path))
+WRAP(int, -1, mkstemp, (char* name), (name))
+WRAP(int, -1, pipe2, (int* ends, int flags), (ends, flags))
+WRAP(int, -1, dup2, (int from, int to), (from, to))
+WRAP(int, -1, close_range, (unsigned first, unsigned last, int flags), (first, last, flags))
+WRAP(pid_t, -1, fork, (), ())
+WRAP(pid_t, -1, waitpid, (pid_t child, int* status, int options), (child, status, options))
+WRAP(int, -1, setuid, (uid_t user), (user))
+WRAP(
+    int, -1, setenv, (const char* name, const char* value, int overwrite), (name, value, overwrite))
+WRAP(int, -1, select, (int count, fd_set* reads, fd_set* writes, fd_set* others, timeval* limit),
+    (count, reads, writes, others, limit))
 
 extern "C" int __real_open(const char* path, int flags, ...);
 extern "C" int __real_openat(int directory, const char* path, int flags, ...);
+extern "C" int __real_fcntl(int file, int command, ...);
 extern "C" long __real_syscall(long number, ...);
 extern "C" ssize_t __real_getdents64(int directory, void* buffer, size_t size);
 
@@ -199,6 +216,16 @@ extern "C" int __wrap_openat(int directory, const char* path, int flags, ...)
     return failsNow(nameless ? "O_TMPFILE" : "openat")
                ? -1
                : __real_openat(directory, path, flags, mode);
+}
+
+/// Whatever the argument's type, it travels as one word.
+extern "C" int __wrap_fcntl(int file, int command, ...)
+{
+    va_list arguments;
+    va_start(arguments, command);
+    const long argument = va_arg(arguments, long);
+    va_end(arguments);
+    return failsNow("fcntl") ? -1 : __real_fcntl(file, command, argument);
 }
 
 /// Only fchmodat2 is called by number.

@@ -1,22 +1,34 @@
-#include "site/StandardError.h"
+#include "conf/StandardStreams.h"
 
 #include <boost/format.hpp>
+#include <cstdio>
 #include <ostream>
 
 // The declaration in <iostream>, which cannot be had without the static object beside it that sets
 // the streams up at program start. Where std is laid out differently this fails to link.
 namespace std
 {
+extern ostream cout;
 extern ostream cerr;
 } // namespace std
 
 namespace zelto
 {
 
+namespace
+{
+
+/// The standard's own handle on the streams: constructed once or more often, it sets them up.
+void setUpStreams()
+{
+    static const std::ios_base::Init streams;
+}
+
+} // namespace
+
 std::ostream& standardError()
 {
-    // The standard's own handle on the streams: constructed once or more often, it sets them up.
-    static const std::ios_base::Init streams;
+    setUpStreams();
     return std::cerr;
 }
 
@@ -28,6 +40,14 @@ void reportException(const std::exception& exception)
         return;
     }
     standardError() << boost::format("%1%\n") % text;
+}
+
+void flushStandardStreams()
+{
+    setUpStreams();
+    std::cout.flush();
+    std::cerr.flush();
+    (void)std::fflush(stdout);
 }
 
 } // namespace zelto

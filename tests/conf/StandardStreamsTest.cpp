@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <unistd.h>
 
-#include "site/StandardError.h"
+#include "conf/StandardStreams.h"
 #include "tests/lib/Process.h"
 
 namespace

@@ -16,4 +16,8 @@ std::ostream& standardError();
 /// stays silent.
 void reportException(const std::exception& exception);
 
+/// Writes out what the process still holds for its standard output and its standard error. Every
+/// fork() comes after this: a child that ends by exit(3) would write its copy of it again.
+void flushStandardStreams();
+
 } // namespace zelto
