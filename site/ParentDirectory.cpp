@@ -3,7 +3,10 @@
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
+#include <utility>
+#include <vector>
 
 namespace zelto
 {
@@ -43,14 +46,62 @@ Descriptor openStep(int directory, const char* name)
                                                          : std::move(next);
 }
 
+/// The way from a base to a directory below it. Where it goes back by ".." it keeps every directory
+/// that it came through open: asking the system for ".." would ask where a directory is now, and
+/// somebody may have moved it elsewhere.
+class Way
+{
+public:
+    Way(const path& base, bool goesBack) : goesBack_(goesBack)
+    {
+        const char* start = base.empty() ? "." : base.c_str();
+        directories_.emplace_back(::open(start, directoryOnly));
+    }
+
+    [[nodiscard]] bool isOpen() const { return static_cast<bool>(directories_.back()); }
+
+    void take(const std::string& step)
+    {
+        if (step == "..") {
+            back();
+        } else if (step != ".") {
+            enter(step);
+        }
+    }
+
+    Descriptor end() { return std::move(directories_.back()); }
+
+private:
+    void enter(const std::string& name)
+    {
+        Descriptor next = openStep(directories_.back().get(), name.c_str());
+        if (!goesBack_) {
+            directories_.pop_back();
+        }
+        directories_.push_back(std::move(next));
+    }
+
+    void back()
+    {
+        if (directories_.size() > 1) {
+            directories_.pop_back();
+        } else {
+            directories_.back().reset();
+            errno = EPERM;
+        }
+    }
+
+    bool goesBack_;
+    std::vector<Descriptor> directories_; ///< never empty
+};
+
 Descriptor openBelow(const path& base, const path& below)
 {
-    const char* start = base.empty() ? "." : base.c_str();
-    Descriptor directory(::open(start, directoryOnly));
-    for (path::iterator name = below.begin(); directory && name != below.end(); ++name) {
-        directory = openStep(directory.get(), name->c_str());
+    Way way(base, below.native().find("..") != std::string::npos);
+    for (path::iterator step = below.begin(); way.isOpen() && step != below.end(); ++step) {
+        way.take(step->native());
     }
-    return directory;
+    return way.end();
 }
 
 } // namespace

@@ -2,6 +2,8 @@
 
 #include <span>
 
+#include "support/Api.h"
+
 namespace zelto
 {
 
@@ -14,6 +16,6 @@ enum ListingMode : unsigned int {
 
 /// The names of a listing mode's directories, in the order in which they are worked through;
 /// none for an unknown mode.
-std::span<const char* const> siteDirectoryNames(unsigned int listingMode);
+ZELTO_API std::span<const char* const> siteDirectoryNames(unsigned int listingMode);
 
 } // namespace zelto

@@ -3,6 +3,8 @@
 #include <boost/filesystem/path.hpp>
 #include <string>
 
+#include "support/Api.h"
+
 namespace zelto
 {
 
@@ -12,12 +14,12 @@ namespace zelto
 /// subdomain. Paths are compared by whole components and are never normalised, so callers pass
 /// clean paths: a trailing separator counts as one more component, "."; the root followed by "/" or
 /// "/." is the domain ".", followed by "/.." the domain "..".
-struct VirtualHostPath {
+struct ZELTO_API VirtualHostPath {
     boost::filesystem::path root;      ///< the virtual-hosts root (setting HTTPD_VHOSTS_D)
     boost::filesystem::path relative;  ///< the directory's components below the root
     boost::filesystem::path directory; ///< the directory, as it was given
     std::string name;                  ///< what "@domain_name@" stands for
-    bool is_subdomain = false;
+    bool is_subdomain = false;         ///< whether it is a subdomain's
 
     /// The virtual host that a directory represents; its name is the domain's directory name, or
     /// the subdomain's, a full stop and the domain's. The directory need not exist.

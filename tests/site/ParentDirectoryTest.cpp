@@ -154,3 +154,57 @@ TEST_F(ParentDirectoryTest, HoldsOneDescriptorAndLeavesNone)
     }
     EXPECT_EQ(openDescriptors(), before);
 }
+
+TEST_F(ParentDirectoryTest, GoesBackToWhereItCameFrom)
+{
+    makeDirs("/srv/base/a/b");
+    makeDirs("/srv/base/c");
+    makeDirs("/srv/target/deep");
+    makeLink("/srv/base/link", "/srv/target/deep");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "a/b/..")), inodeOf("/srv/base/a"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "a/b/../../c")), inodeOf("/srv/base/c"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "a/..")), inodeOf("/srv/base"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "link/../a")), inodeOf("/srv/base/a"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "./a/./../a/.")), inodeOf("/srv/base/a"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "a/b/")), inodeOf("/srv/base/a/b"));
+}
+
+TEST_F(ParentDirectoryTest, GoesBackAlsoWhenTheDirectoryIsElsewhereByNow)
+{
+    makeDirs("/srv/base/a/b");
+    makeDirs("/srv/elsewhere");
+    faults::runBefore("openat", 3, [] { ASSERT_EQ(rename("/srv/base/a", "/srv/elsewhere/a"), 0); });
+    EXPECT_EQ(parent_.of("/srv/base", "a/b/../../a"), -1);
+    EXPECT_EQ(errno, ENOENT);
+}
+
+TEST_F(ParentDirectoryTest, IsNeverAboveItsBase)
+{
+    makeDirs("/srv/base/a");
+    for (const char* below : {"..", "../base", "a/../..", "./..", "a/../../base/a"}) {
+        errno = 0;
+        EXPECT_EQ(parent_.of("/srv/base", below), -1) << below;
+        EXPECT_EQ(errno, EPERM) << below;
+    }
+}
+
+TEST_F(ParentDirectoryTest, HoldsTheWayOpenOnlyWhileItMayHaveToGoBack)
+{
+    std::string deep = "/srv";
+    for (int level = 0; level < 50; ++level) {
+        deep += "/d";
+    }
+    makeDirs(deep);
+    const size_t before = openDescriptors();
+    static size_t during;
+    const auto heldFor = [&](const std::string& below) {
+        faults::runBefore("openat", 50, [] { during = openDescriptors(); });
+        EXPECT_GE(parent_.of("/srv", below), 0);
+        EXPECT_EQ(openDescriptors(), before + 1);
+        parent_ = {};
+        faults::clear();
+        return during - before;
+    };
+    EXPECT_EQ(heldFor(deep.substr(5)), 1U);
+    EXPECT_EQ(heldFor(deep.substr(5) + "/.."), 50U);
+}

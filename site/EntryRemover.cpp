@@ -1,0 +1,157 @@
+#include "site/EntryRemover.h"
+
+#include <algorithm>
+#include <boost/format.hpp>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <fcntl.h>
+#include <iterator>
+#include <ostream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "conf/StandardStreams.h"
+
+namespace zelto
+{
+
+namespace
+{
+
+using boost::filesystem::path;
+
+constexpr int none = -1;
+
+/// The site directories that stay when they are emptied.
+constexpr const char* keptNames[] = {"cgi-bin", "private", "httpsdocs", "httpdocs"};
+
+bool isKept(const path& entry)
+{
+    return std::any_of(std::begin(keptNames), std::end(keptNames),
+        [&](const char* name) { return entry.native() == name; });
+}
+
+/// Whether a relative path leads above where it starts.
+bool leavesItsBase(const path& below)
+{
+    int depth = 0;
+    for (const path& name : below) {
+        if (name.native() == "..") {
+            --depth;
+        } else if (name.native() != ".") {
+            ++depth;
+        }
+        if (depth < 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+/// What the system would say about a path that no file can have, or 0.
+int errorOfPath(const path& whole, const path& below)
+{
+    if (whole.native().find('\0') != std::string::npos) {
+        return EINVAL;
+    }
+    if (leavesItsBase(below)) {
+        return EPERM;
+    }
+    return whole.size() >= PATH_MAX ? ENAMETOOLONG : 0;
+}
+
+/// The path below a base without the separators in front, with which it would start at the root.
+path relative(const path& below)
+{
+    return below.native().substr(std::min(below.native().find_first_not_of('/'), below.size()));
+}
+
+/// Where the last name of a path begins. Separators behind it belong to it: with them the system
+/// takes nothing but a directory.
+size_t lastName(const std::string& text)
+{
+    return text.rfind('/', text.find_last_not_of('/')) + 1;
+}
+
+void report(const char* call, const path& target, int error)
+{
+    const char* reason = std::strerror(error);
+    standardError() << boost::format("%1%(\"%2%\"): %3%\n") % call % target.string() % reason;
+}
+
+} // namespace
+
+EntryRemover::EntryRemover(const SiteRemover& site)
+    : virtualHost_(site.vhost_directory),
+      options_({site.www_root.c_str(), site.skip_www_root, site.skip_error_docs, site.skip_cgi_bin,
+          site.cgi_bin_path.c_str()})
+{
+}
+
+void EntryRemover::remove(const path& entry)
+{
+    if (isKept(entry)) {
+        return;
+    }
+    const auto destination = existingDestination(entry, virtualHost_, options_);
+    if (destination) {
+        removeAt(*destination);
+    }
+}
+
+void EntryRemover::removeAt(const SiteDestination& destination)
+{
+    std::string name;
+    const int parent = openParent(destination, name);
+    struct stat status = {};
+    if (parent == none || fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (errno != ENOENT) {
+            report("lstat", destination.path, errno);
+        }
+        return;
+    }
+    const bool isDirectory = S_ISDIR(status.st_mode);
+    if (unlinkat(parent, name.c_str(), isDirectory ? AT_REMOVEDIR : 0) != 0) {
+        report(isDirectory ? "rmdir" : "unlink", destination.path, errno);
+    }
+}
+
+/// The directory that a destination stands in, and its name there; or none, with `errno`.
+int EntryRemover::openParent(const SiteDestination& destination, std::string& name)
+{
+    const path below = relative(destination.below);
+    const int error = errorOfPath(destination.path, below);
+    if (error != 0) {
+        errno = error;
+        return none;
+    }
+    if (below.empty()) {
+        name = destination.path.native();
+        return AT_FDCWD;
+    }
+    const size_t nameBegin = lastName(below.native());
+    name = below.native().substr(nameBegin);
+    return parent_.of(destination.base, below.native().substr(0, nameBegin));
+}
+
+std::optional<SiteDestination> existingDestination(
+    const path& entry, const path& virtualHost, const SiteOptions& options)
+{
+    auto destination = siteDestination(entry, virtualHost, options);
+    if (destination && !destination->inside && destination->base.empty()) {
+        return std::nullopt;
+    }
+    return destination;
+}
+
+path entryOfKind(const TreeEntry& entry, const std::string& subdirectory)
+{
+    path whole = entry.kind == 0 ? "cgi-bin" : entry.kind == 1 ? "httpdocs" : "";
+    if (subdirectory != ".") {
+        whole /= subdirectory;
+    }
+    return whole / entry.path;
+}
+
+} // namespace zelto

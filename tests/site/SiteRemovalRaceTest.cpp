@@ -1,0 +1,190 @@
+#include <cstdio>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/site/SiteRemovalFixture.h"
+
+// The site's user exchanges directories while root removes what was in them.
+
+namespace
+{
+
+void plant(const char* path, const char* target)
+{
+    makeLink(path, target);
+    EXPECT_EQ(lchown(path, 1001, 100), 0);
+}
+
+void move(const char* from, const char* to)
+{
+    EXPECT_EQ(std::rename(from, to), 0);
+}
+
+/// "/srv/victim" holds what "/srv/web/d" holds, and nothing of it may go.
+class SiteRemovalRace : public SiteRemoval
+{
+protected:
+    SiteRemovalRace()
+    {
+        makeDir("/srv/web/d", {0755, site, users});
+        makeDir("/srv/web/d/e", {0755, site, users});
+        makeFile("/srv/web/d/e/x", "");
+        makeFile("/srv/web/d/y", "");
+        makeDirs("/srv/victim/e");
+        makeFile("/srv/victim/e/x", "precious");
+        makeFile("/srv/victim/y", "precious");
+        victim_ = treeOf("/srv/victim");
+    }
+
+    ~SiteRemovalRace() override { EXPECT_EQ(treeOf("/srv/victim"), victim_); }
+
+private:
+    std::string victim_;
+};
+
+} // namespace
+
+TEST_F(SiteRemovalRace, ALinkPlantedBetweenListingAndRemovalIsRefused)
+{
+    // The first directory that is opened by its name below a base is "d".
+    faults::runBefore("openat", 1, [] {
+        move("/srv/web/d", "/srv/web/moved");
+        plant("/srv/web/d", "/srv/victim");
+    });
+    EXPECT_EQ(messagesOfEmptying(), "lstat(\"/srv/web/d/y\"): Too many levels of symbolic links\n"
+                                    "lstat(\"/srv/web/d/e/x\"): Too many levels of symbolic links\n"
+                                    "lstat(\"/srv/web/d/e\"): Too many levels of symbolic links\n");
+    // The link itself is an entry like any other.
+    EXPECT_FALSE(exists("/srv/web/d"));
+    EXPECT_TRUE(exists("/srv/web/moved/e/x"));
+}
+
+TEST_F(SiteRemovalRace, ALinkPlantedDeeperOnTheWayIsRefused)
+{
+    // "d" for "y", "d" again for "e/x", then "e".
+    faults::runBefore("openat", 3, [] {
+        move("/srv/web/d/e", "/srv/web/moved");
+        plant("/srv/web/d/e", "/srv/victim/e");
+    });
+    EXPECT_EQ(
+        messagesOfEmptying(), "lstat(\"/srv/web/d/e/x\"): Too many levels of symbolic links\n");
+    EXPECT_FALSE(exists("/srv/web/d"));
+    EXPECT_TRUE(exists("/srv/web/moved/x"));
+}
+
+TEST_F(SiteRemovalRace, ADirectoryOnceOpenedIsTheOneThatIsEmptied)
+{
+    faults::runBefore("fstatat", 1, [] {
+        move("/srv/web/d", "/srv/web/moved");
+        plant("/srv/web/d", "/srv/victim");
+    });
+    EXPECT_EQ(messagesOfEmptying(), "lstat(\"/srv/web/d/e/x\"): Too many levels of symbolic links\n"
+                                    "lstat(\"/srv/web/d/e\"): Too many levels of symbolic links\n");
+    EXPECT_FALSE(exists("/srv/web/moved/y"));
+    EXPECT_TRUE(exists("/srv/web/moved/e/x"));
+}
+
+TEST_F(SiteRemovalRace, ADirectoryExchangedJustBeforeItsFileIsRemovedLeadsNowhereElse)
+{
+    faults::runBefore("unlinkat", 1, [] {
+        move("/srv/web/d", "/srv/web/moved");
+        plant("/srv/web/d", "/srv/victim");
+    });
+    EXPECT_EQ(messagesOf("httpdocs/d/y"), "");
+    EXPECT_FALSE(exists("/srv/web/moved/y"));
+    EXPECT_TRUE(exists("/srv/web/d"));
+}
+
+TEST_F(SiteRemovalRace, ALinkThatReplacesAFileIsRemovedItself)
+{
+    faults::runBefore("unlinkat", 1, [] {
+        EXPECT_EQ(unlink("/srv/web/d/y"), 0);
+        plant("/srv/web/d/y", "/srv/victim/y");
+    });
+    EXPECT_EQ(messagesOf("httpdocs/d/y"), "");
+    EXPECT_FALSE(exists("/srv/web/d/y"));
+}
+
+TEST_F(SiteRemovalRace, ALinkThatReplacesADirectoryIsNotRemovedAsOne)
+{
+    faults::runBefore("unlinkat", 1, [] {
+        move("/srv/web/d", "/srv/web/moved");
+        plant("/srv/web/d", "/srv/victim");
+    });
+    EXPECT_EQ(messagesOf("httpdocs/d"), "rmdir(\"/srv/web/d\"): Not a directory\n");
+}
+
+TEST_F(SiteRemovalRace, ADirectoryThatReplacesAFileIsNotUnlinked)
+{
+    faults::runBefore("unlinkat", 1, [] {
+        EXPECT_EQ(unlink("/srv/web/d/y"), 0);
+        makeDir("/srv/web/d/y");
+    });
+    EXPECT_EQ(messagesOf("httpdocs/d/y"), "unlink(\"/srv/web/d/y\"): Is a directory\n");
+    EXPECT_TRUE(exists("/srv/web/d/y"));
+}
+
+TEST_F(SiteRemovalRace, ALinkWithASeparatorBehindItLeadsNowhere)
+{
+    makeDirs(host + "/conf");
+    makeDirs("/srv/empty");
+    plantLink(host + "/conf/link", "/srv/empty");
+    EXPECT_EQ(messagesOf("conf/link/"), "rmdir(\"" + host + "/conf/link/\"): Not a directory\n");
+    EXPECT_TRUE(exists("/srv/empty"));
+    EXPECT_EQ(messagesOf("conf/link/."),
+        "lstat(\"" + host + "/conf/link/.\"): Too many levels of symbolic links\n");
+}
+
+TEST_F(SiteRemovalRace, ALinkOfTheUserOnTheWayIsRefusedAndOneOfRootFollowed)
+{
+    makeDirs("/srv/shared");
+    makeFile("/srv/shared/x", "");
+    plantLink("/srv/web/theirs", "/srv/victim");
+    makeLink("/srv/web/ours", "/srv/shared");
+    EXPECT_EQ(messagesOf("httpdocs/theirs/y"),
+        "lstat(\"/srv/web/theirs/y\"): Too many levels of symbolic links\n");
+    EXPECT_EQ(messagesOf("httpdocs/theirs/../d/y"),
+        "lstat(\"/srv/web/theirs/../d/y\"): Too many levels of symbolic links\n");
+    EXPECT_EQ(messagesOf("httpdocs/ours/x"), "");
+    EXPECT_FALSE(exists("/srv/shared/x"));
+}
+
+TEST_F(SiteRemovalRace, TheWayBackDoesNotFollowADirectoryThatWasMoved)
+{
+    // "d" was opened, and now "e" in it; the next is "e" below what ".." leads to.
+    faults::runBefore("openat", 3, [] { move("/srv/web/d/e", "/srv/victim/moved"); });
+    EXPECT_EQ(messagesOf("httpdocs/d/e/../e/x"), "");
+    EXPECT_TRUE(exists("/srv/victim/moved/x"));
+    move("/srv/victim/moved", "/srv/web/d/e");
+}
+
+TEST_F(SiteRemovalRace, TheWayBackFromALinkOfRootIsToTheDirectoryThatHoldsTheLink)
+{
+    makeDirs("/srv/shared/deep");
+    makeFile("/srv/shared/y", "");
+    makeFile("/srv/web/y", "");
+    makeLink("/srv/web/ours", "/srv/shared/deep");
+    EXPECT_EQ(messagesOf("httpdocs/ours/../y"), "");
+    EXPECT_FALSE(exists("/srv/web/y"));
+    EXPECT_TRUE(exists("/srv/shared/y"));
+}
+
+TEST_F(SiteRemovalRace, ALastDotDotNeverRemovesWhereItLeadsByNow)
+{
+    makeDirs("/srv/elsewhere/inner");
+    faults::runBefore("fstatat", 1, [] { move("/srv/web/d/e", "/srv/elsewhere/inner/e"); });
+    EXPECT_EQ(messagesOf("httpdocs/d/e/.."), "rmdir(\"/srv/web/d/e/..\"): Directory not empty\n");
+    EXPECT_TRUE(exists("/srv/elsewhere/inner/e/x"));
+    EXPECT_TRUE(exists("/srv/web/d/y"));
+}
+
+TEST_F(SiteRemovalRace, ATreeThatBecomesALinkAfterTheListingIsWhatThePanelNames)
+{
+    // The base is the panel's; a link there is followed, as it is for every other operation.
+    makeDirs("/srv/new");
+    makeFile("/srv/new/y", "");
+    makeLink("/srv/link", "new");
+    options_.www_root = "/srv/link";
+    EXPECT_EQ(messagesOf("httpdocs/y"), "");
+    EXPECT_FALSE(exists("/srv/new/y"));
+}
