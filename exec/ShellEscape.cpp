@@ -1,6 +1,8 @@
 #include "exec/ShellEscape.h"
 
+#include <algorithm>
 #include <cstring>
+#include <stdexcept>
 
 // Sixteen bytes a row: the control characters, the printable ones, DEL and the upper half.
 const char* shell_escape_chars = "---------*n-----"
@@ -33,4 +35,33 @@ int isShellSafe(const char* text)
         }
     }
     return 1;
+}
+
+bool checkShellSafe(const std::string& text)
+{
+    if (isShellSafe(text.c_str()) == 0) {
+        throw std::runtime_error("Internal error: bad escape_chars value");
+    }
+    return true;
+}
+
+std::string shellEscape(const std::string& text)
+{
+    constexpr size_t lowerHalf = 128;
+    const size_t reach = std::min(std::strlen(shell_escape_chars), lowerHalf);
+    std::string escaped;
+    escaped.reserve(text.size());
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        const char kind = byte < reach ? shell_escape_chars[byte] : '-';
+        if (kind == '*') {
+            escaped += '\\';
+            escaped += c;
+        } else if (kind == 'n') {
+            escaped.append({'\'', c, '\''});
+        } else {
+            escaped += c;
+        }
+    }
+    return escaped;
 }

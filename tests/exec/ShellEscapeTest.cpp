@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <gtest/gtest.h>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 
@@ -116,4 +117,95 @@ TEST(IsShellSafe, TrustsNothingWithAnEmptyTable)
     EXPECT_EQ(isShellSafe("a"), 0);
     EXPECT_EQ(isShellSafe(""), 1);
     EXPECT_EQ(isShellSafe(nullptr), 1);
+}
+
+TEST(IsShellSafe, LooksAtControlCharactersAndLettersBeyondAscii)
+{
+    EXPECT_EQ(isShellSafe("a\tb"), 0);
+    EXPECT_EQ(isShellSafe("a\rb"), 1);
+    EXPECT_EQ(isShellSafe("é"), 1);
+}
+
+TEST(CheckShellSafe, IsTrueForASafeText)
+{
+    EXPECT_TRUE(checkShellSafe(""));
+    EXPECT_TRUE(checkShellSafe("/srv/www/vhosts/example.test"));
+}
+
+TEST(CheckShellSafe, ThrowsForAnyOther)
+{
+    for (const char* text : {";", "a b", "a\n", "'"}) {
+        try {
+            checkShellSafe(text);
+            FAIL() << "nothing was thrown";
+        } catch (const std::runtime_error& error) {
+            EXPECT_STREQ(error.what(), "Internal error: bad escape_chars value");
+        }
+    }
+}
+
+TEST(CheckShellSafe, LooksNoFurtherThanANullByte)
+{
+    EXPECT_TRUE(checkShellSafe(std::string("a\0;", 3)));
+    EXPECT_THROW(checkShellSafe(std::string(";\0a", 3)), std::runtime_error);
+}
+
+TEST(CheckShellSafe, GoesByTheTableThatTheProgramPointsTo)
+{
+    const std::string table(256, 'n');
+    const OwnTable own(table.c_str());
+    EXPECT_THROW(checkShellSafe("a"), std::runtime_error);
+}
+
+TEST(ShellEscape, EscapesEveryByteByItsClass)
+{
+    for (unsigned byte = 0; byte < 256; ++byte) {
+        const std::string text(1, static_cast<char>(byte));
+        std::string expected = text;
+        if (expectedClass(byte) == '*') {
+            expected = "\\" + text;
+        } else if (expectedClass(byte) == 'n') {
+            expected = "'" + text + "'";
+        }
+        EXPECT_EQ(shellEscape(text), expected) << "byte " << byte;
+    }
+}
+
+TEST(ShellEscape, EscapesWhereverItIsNeeded)
+{
+    EXPECT_EQ(shellEscape(""), "");
+    EXPECT_EQ(shellEscape("/srv/www/a-b_c.d/09AZaz"), "/srv/www/a-b_c.d/09AZaz");
+    EXPECT_EQ(shellEscape(" a  b "), "\\ a\\ \\ b\\ ");
+    EXPECT_EQ(shellEscape("it's"), "it\\'s");
+    EXPECT_EQ(shellEscape("a\nb\n\nc"), "a'\n'b'\n''\n'c");
+    EXPECT_EQ(shellEscape("a\\b"), "a\\\\b");
+    EXPECT_EQ(shellEscape("a\tb"), "a\\\tb");
+    EXPECT_EQ(shellEscape("a\rb!c=d{e}f^g]h%i"), "a\rb!c=d{e}f^g]h%i");
+}
+
+TEST(ShellEscape, GoesOnBehindANullByte)
+{
+    EXPECT_EQ(shellEscape(std::string("a\0;\0", 4)), std::string("a\0\\;\0", 5));
+}
+
+TEST(ShellEscape, GoesByTheTableThatTheProgramPointsToForTheLowerHalf)
+{
+    std::string table(256, '-');
+    table['a'] = '*';
+    table['b'] = 'n';
+    table['c'] = 'x';
+    table[0x7f] = '*';
+    table[0x80] = '*';
+    table[0xff] = 'n';
+    const OwnTable own(table.c_str());
+    EXPECT_EQ(shellEscape("abc; \n"), "\\a'b'c; \n");
+    EXPECT_EQ(shellEscape("\x7f\x80\xff"), "\\\x7f\x80\xff");
+}
+
+TEST(ShellEscape, PassesWhatAShorterTableDoesNotReach)
+{
+    std::string table(256, '*');
+    table['c'] = '\0';
+    const OwnTable own(table.c_str());
+    EXPECT_EQ(shellEscape("abcd"), "\\a\\bcd");
 }

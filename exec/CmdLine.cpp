@@ -1,0 +1,8 @@
+#include "exec/CmdLine.h"
+
+namespace zelto
+{
+
+CmdLine::~CmdLine() = default;
+
+} // namespace zelto
