@@ -13,15 +13,24 @@ namespace zelto
 class ZELTO_API ExTaggedIncludable : public ExTraceable
 {
 public:
-    /// @param included the nested report, taken over; null for none.
+    /// @param name       as for ExTraceable.
+    /// @param formatText as for ExTraceable.
+    /// @param included   the nested report, taken over; null for none.
+    /// @throw boost::io::bad_format_string for a text that is no format. The nested report is
+    /// freed.
     ExTaggedIncludable(const std::string& name, const std::string& formatText,
         std::unique_ptr<ExTraceable> included);
 
     /// Copies with a clone of the nested report, so that each owns its own.
+    /// @throw std::bad_cast if the nested report clones itself into something else; std::bad_alloc
+    ///                      without memory; and what the nested report's clone() throws.
     ExTaggedIncludable(const ExTaggedIncludable& from);
+
+    /// Copies as the constructor does. When the nested report cannot be cloned, nothing changes.
     ExTaggedIncludable& operator=(const ExTaggedIncludable& from);
     ~ExTaggedIncludable() override;
 
+    /// As ExTraceable::clone(), with a clone of the nested report.
     [[nodiscard]] Cloneable* clone() const override;
 
     /// As ExTraceable::accept(); then, when there is a nested report, enterIncluded() and the visit

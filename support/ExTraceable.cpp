@@ -8,7 +8,8 @@ namespace zelto
 {
 
 ExTraceable::ExTraceable(const std::string& name, const std::string& formatText)
-    : std::runtime_error(name), trace_(formatText)
+    : std::runtime_error(name), // NOLINT(bugprone-throw-keyword-missing): it is a base
+      trace_(formatText)
 {
 }
 
@@ -22,7 +23,7 @@ Cloneable* ExTraceable::clone() const
 const char* ExTraceable::what() const noexcept
 {
     try {
-        whatText_ = trace_.str();
+        whatText_ = traceText();
         return whatText_.c_str();
     } catch (...) {
         return std::runtime_error::what();
@@ -32,7 +33,16 @@ const char* ExTraceable::what() const noexcept
 void ExTraceable::accept(ExVisitor& visitor) const
 {
     visitor.visitMessage(std::runtime_error::what());
-    visitor.visitTrace(ExTraceable::what());
+    visitor.visitTrace(traceText());
+}
+
+std::string ExTraceable::traceText() const
+{
+    try {
+        return trace_.str();
+    } catch (const boost::io::format_error&) {
+        return std::runtime_error::what();
+    }
 }
 
 } // namespace zelto

@@ -35,13 +35,17 @@ public:
     /// yields the name instead.
     [[nodiscard]] const char* what() const noexcept override;
 
-    /// Calls visitMessage() with the name and visitTrace() with what what() returns.
+    /// Calls visitMessage() with the name and visitTrace() with the text of what(), which a NUL in
+    /// it does not cut short here.
+    /// @throw std::bad_alloc without memory for either, and what the visitor throws.
     void accept(ExVisitor& visitor) const override;
 
     /// The format to feed.
     [[nodiscard]] boost::format& trace() noexcept { return trace_; }
 
 private:
+    [[nodiscard]] ZELTO_INTERNAL std::string traceText() const;
+
     boost::format trace_;
     mutable std::string whatText_; ///< what the last what() returned
 };

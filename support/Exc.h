@@ -17,8 +17,13 @@ template<void (*Tag)(bool)>
 class ZELTO_API Exc : public ExTaggedIncludable
 {
 public:
-    /// @param included as for ExTaggedIncludable.
-    /// @param function, file, line where the report was raised.
+    /// @param name       as for ExTraceable.
+    /// @param formatText as for ExTraceable.
+    /// @param included   the nested report, taken over; null for none.
+    /// @param function   the function that raises the report.
+    /// @param file       the source file of that.
+    /// @param line       the line in that file.
+    /// @throw boost::io::bad_format_string for a text that is no format.
     Exc(const std::string& name, const std::string& formatText,
         std::unique_ptr<ExTraceable> included, std::string function, std::string file, int line)
         : ExTaggedIncludable(name, formatText, std::move(included)), function_(std::move(function)),
@@ -29,6 +34,7 @@ public:
     Exc& operator=(const Exc&) = default;
     ~Exc() override = default;
 
+    /// A copy with all that the report holds, of this very class; the caller owns it.
     [[nodiscard]] Cloneable* clone() const override
     {
         return std::make_unique<Exc>(*this).release();
@@ -43,8 +49,13 @@ public:
         ExTaggedIncludable::accept(visitor);
     }
 
+    /// The function that raised the report.
     [[nodiscard]] const std::string& function() const noexcept { return function_; }
+
+    /// The source file of that function.
     [[nodiscard]] const std::string& file() const noexcept { return file_; }
+
+    /// The line in that file.
     [[nodiscard]] int line() const noexcept { return line_; }
 
 private:

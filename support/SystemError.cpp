@@ -44,6 +44,8 @@ template class ExSystemError<11>;
 
 void throwSystemError(const std::string& message, int err)
 {
+    // Read before anything is allocated, which may change it.
+    const int error = err != 0 ? err : errno;
     switch (err) {
     case 1:
         throw ExSystemError<1>(message, err);
@@ -56,7 +58,7 @@ void throwSystemError(const std::string& message, int err)
     case 11:
         throw ExSystemError<11>(message, err);
     default:
-        throw SystemError(message, err != 0 ? err : errno);
+        throw SystemError(message, error);
     }
 }
 

@@ -26,9 +26,10 @@ public:
         Detail& operator=(const Detail&) = default;
     };
 
-    /// @param detail an object to travel along, taken over; null for none. All copies of the error
-    ///               share it, and the last of them deletes it. The count of sharers is not meant
-    ///               for several threads.
+    /// @param message what went wrong.
+    /// @param detail  an object to travel along, taken over; null for none. All copies of the error
+    ///                share it, and the last of them deletes it. The count of sharers is not meant
+    ///                for several threads.
     explicit TError(std::string message, std::unique_ptr<Detail> detail = nullptr);
     TError(const TError&) = default;
     TError& operator=(const TError&) = default;
