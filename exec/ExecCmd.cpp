@@ -127,6 +127,7 @@ void ExecCmd::reportError() const
     ExFailed failure(
         failureName, failureFormat, nullptr, raisingFunction, raisingFile, raisingLine);
     failure.trace() % commandText() % returnCode_ % stdinSection % stdoutSection % stderrSection;
+    // NOLINTNEXTLINE(cert-err60-cpp, misc-throw-by-value-catch-by-reference): it is fed first
     throw failure;
 }
 

@@ -37,10 +37,10 @@ ZELTO_API int dup2Custom(int source, int target);
 ///
 /// The child gives the descriptors their places with dup2Custom(), in the order 0, 1, 2, and each
 /// is closed where it was. So they have to be three different ones, and none may have the place of
-/// one before it: by its turn it is gone or another, and nothing reports that; the place of one that
-/// is gone keeps what the parent has there. Then everything from descriptor 3 on is closed, the
-/// user is changed, the environment is set in the order of the names, and the program is executed,
-/// found by way of PATH as the environment says by then.
+/// one before it: by its turn it is gone or another, and nothing reports that; the place of one
+/// that is gone keeps what the parent has there. Then everything from descriptor 3 on is closed,
+/// the user is changed, the environment is set in the order of the names, and the program is
+/// executed, found by way of PATH as the environment says by then.
 ///
 /// What fails in the child is seen by the parent as its exit status 1, with a text on the child's
 /// standard error:

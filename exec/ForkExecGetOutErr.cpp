@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/wait.h>
@@ -20,6 +21,10 @@ namespace
 using Environment = std::map<std::string, std::string>;
 
 constexpr uid_t sameUser = static_cast<uid_t>(-1);
+
+/// What a pipe holds. To offer it more gains nothing, and a memory checker would go through all of
+/// a long text each time.
+constexpr std::size_t pipeful = 65536;
 
 struct Pipe {
     Descriptor read;
@@ -121,7 +126,7 @@ private:
     void feed()
     {
         if (ends_.in.get() > 0 && writable_.has(ends_.in.get())) {
-            writer_.write(ends_.in.get());
+            writer_.write(ends_.in.get(), pipeful);
             if (writer_.finished()) {
                 ends_.in.reset();
             }

@@ -7,14 +7,14 @@
 #include "exec/SigpipeBlock.h"
 #include "support/SystemError.h"
 
-void FrontWriter::write(int fd)
+void FrontWriter::write(int fd, std::size_t atOnce)
 {
     const SigpipeBlock block;
     while (!finished()) {
-        const std::size_t rest = text_.size() - done_;
-        const ssize_t written = ::write(fd, text_.data() + done_, rest);
+        const std::size_t offered = std::min(text_.size() - done_, atOnce);
+        const ssize_t written = ::write(fd, text_.data() + done_, offered);
         if (written >= 0) {
-            done_ += std::min(static_cast<std::size_t>(written), rest);
+            done_ += std::min(static_cast<std::size_t>(written), offered);
         } else if (errno == EAGAIN) {
             return;
         } else if (errno != EINTR) {

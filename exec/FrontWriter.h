@@ -16,7 +16,8 @@ public:
 
     /// Writes until nothing is left or the descriptor takes no more for now. Errors and signals are
     /// those of writeToString().
-    void write(int fd);
+    /// @param atOnce how much one write(2) is offered at most.
+    void write(int fd, std::size_t atOnce = std::string::npos);
 
     [[nodiscard]] bool finished() const noexcept { return done_ >= text_.size(); }
 

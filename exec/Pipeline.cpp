@@ -70,45 +70,43 @@ void EarlierChildren::wait(int options) noexcept
     }
 }
 
-/// Ends a child that failed. Nothing may be thrown there: above are the frames of the caller, who
-/// would go on as a second copy of himself.
-[[noreturn]] void endChild(const char* reason)
+void reportFailure(const char* text)
 {
-    (void)dprintf(STDERR_FILENO, "Unexpected error: %s\n", reason);
-    ::_exit(1);
+    (void)dprintf(STDERR_FILENO, "Unexpected error: %s\n", text);
 }
 
 /// To be called while an exception is handled.
-[[noreturn]] void endChildByException() noexcept
+void reportException() noexcept
 {
     try {
         throw;
     } catch (const std::exception& error) {
-        endChild(error.what());
+        reportFailure(error.what());
     } catch (...) {
-        endChild("not a std::exception");
+        reportFailure("not a std::exception");
     }
 }
 
 /// Runs a command. Only the parent ever comes back from it, with the child's process id or, after a
-/// failed fork, with -1.
+/// failed fork, with -1. A child that failed ends here, whatever it threw: above are the frames of
+/// the caller, who would go on as a second copy of himself.
 pid_t start(const TEArgs& args, TExec::TPrepare* prepare, unsigned flags)
 {
     const TExec command(args, prepare, (flags | TExec::fork) & ~TExec::wait);
     const pid_t caller = ::getpid();
-    pid_t child = -1;
     try {
-        child = command.run().first;
-    } catch (...) {
-        if (::getpid() != caller) {
-            endChildByException();
+        const pid_t child = command.run().first;
+        if (::getpid() == caller) {
+            return child;
         }
-        throw;
+        reportFailure(std::strerror(errno));
+    } catch (...) {
+        if (::getpid() == caller) {
+            throw;
+        }
+        reportException();
     }
-    if (::getpid() != caller) {
-        endChild(std::strerror(errno));
-    }
-    return child;
+    ::_exit(1);
 }
 
 /// The output is connected first, so that what the command's own preparation does to it prevails.

@@ -46,6 +46,7 @@ ZELTO_API std::pair<int, int> runPipeline(const std::vector<TExec>& commands);
 /// commands are waited for; that stopped them is taken for an end. How the commands before the last
 /// one ended does not matter.
 ///
+/// @param commands not changed; their preparations are run as they are.
 /// @param output what it held before is replaced by what was collected, also when this throws.
 ///               Nothing is collected, and no error made of it, where there is no command or where
 ///               fork(2) failed for the last and its preparation answered false.

@@ -69,8 +69,8 @@ public:
     int execute(bool searchPath) const;
 
 private:
-    void checkRoom(std::size_t additional) const;
-    void makePrivate();
+    ZELTO_INTERNAL void checkRoom(std::size_t additional) const;
+    ZELTO_INTERNAL void makePrivate();
 
     std::shared_ptr<std::vector<std::string>> words_; ///< never null
 };

@@ -70,9 +70,9 @@ public:
     [[nodiscard]] TPrepare* prepare() const noexcept { return prepare_; }
 
 private:
-    [[nodiscard]] std::pair<int, int> forkFailed(int error) const;
-    [[nodiscard]] std::pair<int, int> finishInParent(int child) const;
-    [[nodiscard]] std::pair<int, int> executeHere() const;
+    [[nodiscard]] ZELTO_INTERNAL std::pair<int, int> forkFailed(int error) const;
+    [[nodiscard]] ZELTO_INTERNAL std::pair<int, int> finishInParent(int child) const;
+    [[nodiscard]] ZELTO_INTERNAL std::pair<int, int> executeHere() const;
 
     TEArgs args_;
     unsigned flags_;

@@ -34,8 +34,9 @@ public:
     bool onExecError(const TExec& exec) override;
 
 private:
-    void onBoth(void (TPrepare::*operation)(const TExec&), const TExec& exec);
-    bool answerOfSecond(bool (TPrepare::*operation)(const TExec&), const TExec& exec);
+    ZELTO_INTERNAL void onBoth(void (TPrepare::*operation)(const TExec&), const TExec& exec);
+    ZELTO_INTERNAL bool answerOfSecond(
+        bool (TPrepare::*operation)(const TExec&), const TExec& exec);
 
     std::shared_ptr<TPrepare> first_;
     std::shared_ptr<TPrepare> second_; ///< declared last, so released first

@@ -45,31 +45,36 @@ inline zelto::sys::TEArgs hasDescriptor(int fd)
 inline std::pair<int, int> runCarefully(const zelto::sys::TExec& command)
 {
     const pid_t caller = getpid();
-    std::pair<int, int> result;
+    int codeOfChild = 91;
     try {
-        result = command.run();
-    } catch (const zelto::sys::TSysCallErr& error) {
-        if (getpid() != caller) {
-            _exit(100 + error.errorCode());
+        const std::pair<int, int> result = command.run();
+        if (getpid() == caller) {
+            return result;
         }
-        throw;
+        codeOfChild = result == std::pair(-1, 0) ? 90 : 91;
+    } catch (const zelto::sys::TSysCallErr& error) {
+        if (getpid() == caller) {
+            throw;
+        }
+        codeOfChild = 100 + error.errorCode();
     }
-    if (getpid() != caller) {
-        _exit(result == std::pair(-1, 0) ? 90 : 91);
-    }
-    return result;
+    _exit(codeOfChild);
 }
 
+/// The status word of a child, -1 for any; -1 when there is none.
 inline int statusWordOf(pid_t child)
 {
     int status = -1;
-    return waitpid(child, &status, 0) == child ? status : -1;
+    pid_t ended = -1;
+    do {
+        ended = waitpid(child, &status, 0);
+    } while (ended == -1 && errno == EINTR);
+    return ended > 0 ? status : -1;
 }
 
 inline int statusWordOfAnyChild()
 {
-    int status = -1;
-    return waitpid(-1, &status, 0) > 0 ? status : -1;
+    return statusWordOf(-1);
 }
 
 inline bool hasNoChildren()

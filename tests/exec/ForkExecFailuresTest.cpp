@@ -20,10 +20,12 @@ protected:
     /// Whether there is a child that nobody has waited for; waits for it.
     static bool childWasLeft() { return waitpid(-1, nullptr, 0) > 0; }
 
-    /// Ends a child that waits for a file, and cleans up after it.
+    ForkExecvGetOutErrFailing() { makeFifo("/srv/go"); }
+
+    /// Ends a child that stays, and cleans up after it.
     void letGo()
     {
-        makeFile("/srv/go", "");
+        close(open("/srv/go", O_WRONLY | O_CLOEXEC));
         EXPECT_GT(watch_.closeAdded(), 0U);
         EXPECT_TRUE(childWasLeft());
     }
@@ -50,6 +52,9 @@ protected:
             EXPECT_EQ(error.errorCode(), number);
         }
     }
+
+    /// A script that goes on until letGo(), but not for ever when it is forgotten.
+    static constexpr const char* stay = "exec timeout 60 cat /srv/go";
 
     DescriptorWatch watch_;
 };
@@ -138,8 +143,7 @@ TEST_F(ForkExecvGetOutErrFailing, TakesAllStreamsForReadyAfterASignal)
     input_ = "text";
     faults::fail("select", EINTR);
     faults::runBefore("select", 2, [] { faults::fail("select", ENOMEM, 0); });
-    expectFailure("until [ -e /srv/go ]; do :; done",
-        "forkExecvGetOutErr: select() failed: Cannot allocate memory", ENOMEM);
+    expectFailure(stay, "forkExecvGetOutErr: select() failed: Cannot allocate memory", ENOMEM);
     EXPECT_EQ(input_, "");
     EXPECT_EQ(watch_.added().size(), 2U);
     letGo();
@@ -171,8 +175,7 @@ TEST_F(ForkExecvGetOutErrFailing, KeepsExactlyTheUnwrittenRest)
     const std::string text = std::string(65536, 'a') + std::string(65536, 'b') + "rest";
     input_ = text;
     faults::fail("select", ENOMEM, 2); // what a pipe holds was written by then
-    expectFailure("until [ -e /srv/go ]; do :; done",
-        "forkExecvGetOutErr: select() failed: Cannot allocate memory", ENOMEM);
+    expectFailure(stay, "forkExecvGetOutErr: select() failed: Cannot allocate memory", ENOMEM);
     EXPECT_EQ(input_, text.substr(65536));
     EXPECT_EQ(watch_.added().size(), 3U);
     letGo();
@@ -191,8 +194,8 @@ TEST_F(ForkExecvGetOutErrFailing, KeepsWhatItCollectedBefore)
 {
     output_ = "before ";
     faults::fail("read", EIO, 2);
-    expectFailure("echo text; until [ -e /srv/go ]; do :; done",
-        "readToString failed: Input/output error", EIO);
+    expectFailure(
+        std::string("echo text; ") + stay, "readToString failed: Input/output error", EIO);
     EXPECT_EQ(output_, "before text\n");
     letGo();
 }

@@ -1,8 +1,7 @@
 #include <cerrno>
 #include <csignal>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <memory>
+#include <stdexcept>
 #include <string>
 #include <unistd.h>
 
@@ -10,14 +9,11 @@
 #include "exec/TReadFromStr.h"
 #include "exec/TRedirect.h"
 #include "support/SystemError.h"
-#include "support/TSysCallErr.h"
 #include "tests/exec/PipelineFixture.h"
 
-using zelto::sys::Pipe;
 using zelto::sys::TExec;
 using zelto::sys::TReadFromStr;
 using zelto::sys::TRedirect;
-using zelto::sys::TWriteToPipeline;
 
 namespace
 {
@@ -97,9 +93,9 @@ TEST_F(CheckedRun, ThrowsTheExitCodeAndTheOutput)
     const Checked checked = runChecked(shell("echo o; exit 3"));
     EXPECT_EQ(checked.failure, "child failed (exit code=3): o\n");
     EXPECT_EQ(checked.output, "o\n");
+    std::string output;
     EXPECT_THROW(
-        zelto::sys::runPipelineChecked({TExec(words({"false"}))}, *std::make_unique<std::string>()),
-        std::runtime_error);
+        zelto::sys::runPipelineChecked({TExec(words({"false"}))}, output), std::runtime_error);
     EXPECT_EQ(runChecked(shell("exit 255")).failure, "child failed (exit code=255): ");
 }
 

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <new>
 #include <stdexcept>
 #include <string>
 #include <unistd.h>
@@ -12,9 +11,9 @@
 #include "tests/conf/FailingNew.h"
 #include "tests/exec/PipelineFixture.h"
 
-using zelto::sys::TExec;
+// Children of a checked run that fail, and failures to have children at all.
 
-/// Children of a checked run that fail, and failures to have children at all.
+using zelto::sys::TExec;
 
 namespace
 {
@@ -26,7 +25,7 @@ class FailedStart : public PipelineFixture
 {
 };
 
-/// Answers false to every failure, and leaves another number in errno in the parent's case.
+/// Lets no failure be thrown.
 class Veto : public TExec::TPrepare
 {
     bool onForkError(const TExec& /*exec*/) override { return false; }

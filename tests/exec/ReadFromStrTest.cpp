@@ -45,9 +45,9 @@ std::string throughCat(const std::string& text)
     const auto output = std::make_shared<TReadOut>();
     TUnionPrep both(std::make_shared<TReadFromStr>(text), output);
     const pid_t pid = TExec(words({"/bin/cat"}), &both, TExec::fork).run().first;
-    const std::string read = readAll(output->readEnd());
+    std::string arrived = readAll(output->readEnd());
     EXPECT_EQ(statusWordOf(pid), 0);
-    return read;
+    return arrived;
 }
 
 int childrenOf(pid_t parent)
@@ -186,7 +186,7 @@ TEST_F(TReadFromStrOf, TheHelperEndsWithoutTheExitHandlersOfTheCaller)
     EXPECT_EQ(outcome.err, "exit\n");
 }
 
-TEST_F(TReadFromStrOf, TheHelperDoesNotWriteWhatTheChildHasPending)
+TEST_F(TReadFromStrOf, WhatTheChildHasPendingIsWrittenFirst)
 {
     class Printing : public TExec::TPrepare
     {

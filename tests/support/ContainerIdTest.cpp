@@ -19,7 +19,7 @@ protected:
     {
         makeFile("/srv/status", status);
         const Outcome end = inChild([] {
-            if (mount("/srv/status", "/proc/self/status", nullptr, MS_BIND, nullptr) != 0) {
+            if (mount("/srv/status", "/proc/self/status", "none", MS_BIND, nullptr) != 0) {
                 std::perror("mount over /proc/self/status");
             }
             std::puts(zelto::containerId().c_str());

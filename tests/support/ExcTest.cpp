@@ -58,7 +58,7 @@ template<class Report>
 std::string caughtAs(const Report& report)
 {
     try {
-        throw report;
+        throw Report(report);
     } catch (const WriteFailure&) {
         return "write failure";
     } catch (const ReadFailure&) {

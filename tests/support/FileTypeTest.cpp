@@ -29,7 +29,7 @@ protected:
         return inChild([&] {
             (void)setenv("PATH", searchPath, 1);
             try {
-                std::fputs(fileType(path).c_str(), stdout);
+                (void)std::fputs(fileType(path).c_str(), stdout);
             } catch (const std::runtime_error& error) {
                 std::printf("thrown: %s", error.what());
             }

@@ -82,9 +82,10 @@ protected:
 
     static std::string labelOf(const std::string& path)
     {
-        return runProgram("/usr/bin/getfattr",
+        const std::string label = runProgram("/usr/bin/getfattr",
             {"getfattr", "--absolute-names", "--only-values", "-n", "security.selinux", path})
-            .out.c_str();
+                                      .out;
+        return label.substr(0, label.find('\0'));
     }
 
     /// 0, or why the kernel does not let labels be written where the tests have their files.

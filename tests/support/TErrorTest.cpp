@@ -44,7 +44,7 @@ template<class Handled, class Error>
 std::string caughtAs(const Error& error)
 {
     try {
-        throw error;
+        throw Error(error);
     } catch (const Handled& caught) {
         return caught.what();
     } catch (...) {
@@ -135,7 +135,7 @@ TEST(TError, TheAttachedObjectIsFreedWhenThereIsNoMemoryForTheCount)
     int deletions = 0;
     auto attached = std::make_unique<Attached>(&deletions);
     const FailingNew failing;
-    EXPECT_THROW(TError("text", std::move(attached)), std::bad_alloc);
+    EXPECT_THROW({ const TError error("text", std::move(attached)); }, std::bad_alloc);
     EXPECT_EQ(deletions, 1);
 }
 
