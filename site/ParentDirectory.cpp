@@ -1,9 +1,11 @@
 #include "site/ParentDirectory.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <utility>
 #include <vector>
@@ -18,9 +20,31 @@ using boost::filesystem::path;
 
 constexpr int directoryOnly = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
-/// Where a link of root leads to. The link is held by descriptor, so that what is asked and what is
-/// read are the same link, whatever takes its name meanwhile.
-Descriptor openLinkOfRoot(int directory, const char* name)
+/// How many links there may be on one way; the kernel's own limit.
+constexpr int mostLinks = 40;
+
+Descriptor openStep(int directory, const char* name, int& linksLeft);
+
+/// Each name of a link's target, which counts from the directory unless it begins at the root. Root
+/// wrote the target, but what it leads through may be anybody's.
+Descriptor openTarget(int directory, std::string_view target, int& linksLeft)
+{
+    const bool fromRoot = target.front() == '/';
+    Descriptor reached(openat(directory, fromRoot ? "/" : ".", directoryOnly));
+    while (reached && !target.empty()) {
+        const size_t end = std::min(target.find('/'), target.size());
+        const std::string name(target.substr(0, end));
+        target.remove_prefix(std::min(end + 1, target.size()));
+        if (!name.empty()) {
+            reached = openStep(reached.get(), name.c_str(), linksLeft);
+        }
+    }
+    return reached;
+}
+
+/// The target of a link of root, or "" with `errno`. The link is held by descriptor, so that what
+/// is asked and what is read are the same link, whatever takes its name meanwhile.
+std::string readLinkOfRoot(int directory, const char* name)
 {
     const Descriptor link(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat status = {};
@@ -32,18 +56,25 @@ Descriptor openLinkOfRoot(int directory, const char* name)
         return {};
     }
     char target[PATH_MAX] = "";
-    if (readlinkat(link.get(), "", target, sizeof target - 1) < 0) {
-        return {};
-    }
-    return Descriptor(openat(directory, target, directoryOnly));
+    return readlinkat(link.get(), "", target, sizeof target - 1) > 0 ? target : "";
 }
 
-Descriptor openStep(int directory, const char* name)
+Descriptor openStep(int directory, const char* name, int& linksLeft)
 {
     Descriptor next(openat(directory, name, directoryOnly | O_NOFOLLOW));
     // With these flags a link is no directory.
-    return !next && (errno == ENOTDIR || errno == ELOOP) ? openLinkOfRoot(directory, name)
-                                                         : std::move(next);
+    if (next || (errno != ENOTDIR && errno != ELOOP)) {
+        return next;
+    }
+    const std::string target = readLinkOfRoot(directory, name);
+    if (target.empty()) {
+        return {};
+    }
+    if (linksLeft-- == 0) {
+        errno = ELOOP;
+        return {};
+    }
+    return openTarget(directory, target, linksLeft);
 }
 
 /// The way from a base to a directory below it. Where it goes back by ".." it keeps every directory
@@ -74,7 +105,7 @@ public:
 private:
     void enter(const std::string& name)
     {
-        Descriptor next = openStep(directories_.back().get(), name.c_str());
+        Descriptor next = openStep(directories_.back().get(), name.c_str(), linksLeft_);
         if (!goesBack_) {
             directories_.pop_back();
         }
@@ -92,6 +123,7 @@ private:
     }
 
     bool goesBack_;
+    int linksLeft_ = mostLinks;
     std::vector<Descriptor> directories_; ///< never empty
 };
 

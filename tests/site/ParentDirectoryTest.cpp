@@ -110,6 +110,50 @@ TEST_F(ParentDirectoryTest, RefusesALinkOfSomebodyElseBelowTheBase)
     }
 }
 
+TEST_F(ParentDirectoryTest, FollowsLinksOfRootThroughEachOther)
+{
+    makeDirs("/srv/target/deep");
+    makeDir("/srv/base");
+    makeLink("/srv/first", "srv//./base/../target/");
+    makeLink("/srv/srv", ".");
+    makeLink("/srv/base/link", "../first/deep");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "link")), inodeOf("/srv/target/deep"));
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "link/../link")), inodeOf("/srv/target/deep"));
+    makeLink("/srv/base/root", "/");
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "root")), inodeOf("/"));
+}
+
+TEST_F(ParentDirectoryTest, RefusesALinkOfSomebodyElseThatALinkOfRootLeadsThrough)
+{
+    makeDirs("/srv/target/deep");
+    makeDir("/srv/base");
+    makeLink("/srv/base/theirs", "/srv/target");
+    ASSERT_EQ(lchown("/srv/base/theirs", site, users), 0);
+    makeLink("/srv/base/last", "theirs");
+    makeLink("/srv/base/middle", "theirs/deep");
+    makeLink("/srv/base/absolute", "/srv/base/theirs/deep");
+    makeLink("/srv/base/second", "middle");
+    for (const char* below : {"last", "last/deep", "middle", "absolute", "second"}) {
+        errno = 0;
+        EXPECT_EQ(parent_.of("/srv/base", below), -1) << below;
+        EXPECT_EQ(errno, ELOOP) << below;
+    }
+}
+
+TEST_F(ParentDirectoryTest, FollowsFortyLinksOnOneWayAndNoMore)
+{
+    makeDirs("/srv/base/0");
+    for (int link = 1; link <= 41; ++link) {
+        makeLink("/srv/base/" + std::to_string(link), std::to_string(link - 1));
+    }
+    EXPECT_EQ(inodeOf(parent_.of("/srv/base", "40")), inodeOf("/srv/base/0"));
+    errno = 0;
+    EXPECT_EQ(parent_.of("/srv/base", "41"), -1);
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_EQ(parent_.of("/srv/base", "1/../40"), -1);
+    EXPECT_EQ(errno, ELOOP);
+}
+
 TEST_F(ParentDirectoryTest, ReportsALinkOfRootThatLeadsNowhere)
 {
     makeLink("/srv/dangling", "nowhere");
