@@ -1,11 +1,12 @@
 #include "site/DescriptorParser.h"
 
 #include <boost/shared_ptr.hpp>
-#include <climits>
 #include <cstdint>
 #include <libxml/parser.h>
 #include <libxml/tree.h>
+#include <libxml/xmlerror.h>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -76,7 +77,7 @@ private:
 
 Document parse(std::string_view text)
 {
-    if (text.size() > INT_MAX) {
+    if (text.size() > largestDescriptor) {
         refuseDocument();
     }
     const NothingFromOutside guard;
@@ -162,9 +163,7 @@ void addSection(const xmlNode* section, FileTexts& texts, std::vector<TreeEntry>
     }
 }
 
-} // namespace
-
-std::vector<TreeEntry> parseDescriptor(std::string_view text)
+std::vector<TreeEntry> entriesOf(std::string_view text)
 {
     const Document document = parse(text);
     FileTexts texts(document);
@@ -174,6 +173,32 @@ std::vector<TreeEntry> parseDescriptor(std::string_view text)
             addSection(child, texts, entries);
         }
     }
+    return entries;
+}
+
+/// libxml2 goes on without the memory for a name or a part of a text. What it gives from then on,
+/// and what is found wrong with it, is not what the document says.
+void checkMemory()
+{
+    const xmlError* error = xmlGetLastError();
+    if (error != nullptr && error->code == XML_ERR_NO_MEMORY) {
+        throw std::bad_alloc();
+    }
+}
+
+} // namespace
+
+std::vector<TreeEntry> parseDescriptor(std::string_view text)
+{
+    xmlResetLastError();
+    std::vector<TreeEntry> entries;
+    try {
+        entries = entriesOf(text);
+    } catch (const std::runtime_error&) {
+        checkMemory();
+        throw;
+    }
+    checkMemory();
     return entries;
 }
 

@@ -74,6 +74,17 @@ size_t lastName(const std::string& text)
     return text.rfind('/', text.find_last_not_of('/')) + 1;
 }
 
+SiteOptions optionsOf(const SiteRemover& site)
+{
+    SiteOptions options;
+    options.www_root = site.www_root;
+    options.skip_www_root = site.skip_www_root;
+    options.skip_error_docs = site.skip_error_docs;
+    options.skip_cgi_bin = site.skip_cgi_bin;
+    options.cgi_bin_path = site.cgi_bin_path;
+    return options;
+}
+
 void report(const char* call, const path& target, int error)
 {
     const char* reason = std::strerror(error);
@@ -83,9 +94,7 @@ void report(const char* call, const path& target, int error)
 } // namespace
 
 EntryRemover::EntryRemover(const SiteRemover& site)
-    : virtualHost_(site.vhost_directory),
-      options_({site.www_root.c_str(), site.skip_www_root, site.skip_error_docs, site.skip_cgi_bin,
-          site.cgi_bin_path.c_str()})
+    : virtualHost_(site.vhost_directory), options_(optionsOf(site))
 {
 }
 

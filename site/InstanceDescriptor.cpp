@@ -1,7 +1,6 @@
 #include "site/InstanceDescriptor.h"
 
 #include <algorithm>
-#include <climits>
 #include <stdexcept>
 #include <unistd.h>
 
@@ -27,7 +26,7 @@ std::vector<TreeEntry> readDescriptor()
 {
     std::string text;
     // One byte more than the parser takes shows it that there is more.
-    if (readWholeInput(STDIN_FILENO, size_t{INT_MAX} + 1, text) != 0) {
+    if (readWholeInput(STDIN_FILENO, largestDescriptor + 1, text) != 0) {
         throw std::runtime_error("XML parse error");
     }
     return parseDescriptor(text);

@@ -42,7 +42,7 @@ namespace zelto
 ///        "Wrong root node name": the first node is not an element INSTANCE-DATA;
 ///        "Attribute name is required for section": a SECTION has no PREFIX;
 ///        "Bad sttribute name value": a PREFIX is neither "htdocs" nor "cgi-bin".
-/// @throw std::bad_alloc
+/// @throw std::bad_alloc when memory runs out, in libxml2 as well.
 ZELTO_API std::vector<TreeEntry> readDescriptor();
 
 /// Reads a descriptor from standard input and removes the files that it lists, as removeOfKind()
@@ -54,8 +54,8 @@ ZELTO_API std::vector<TreeEntry> readDescriptor();
 /// reported on standard error, one line each, and the rest is removed (see SiteRemover.h).
 /// @param directory    the virtual host's directory.
 /// @param options      where the two trees are, and whether the CGI directory is left alone.
-/// @param subdirectory where in both trees the instance was installed; "." or "/" if at their top,
-///                     which itself is not removed then.
+/// @param subdirectory where in both trees the instance was installed; ".", "/" or "" if at their
+///                     top, which itself is not removed then.
 /// @throw std::runtime_error as readDescriptor(), with nothing removed.
 /// @throw std::bad_alloc     possibly with a part removed.
 ZELTO_API void removeApplicationInstance(const boost::filesystem::path& directory,

@@ -13,8 +13,8 @@ namespace zelto
 ///
 /// The base is a place that the panel names and is taken as it is. What lies below it may belong to
 /// a site's user, who must not send root elsewhere: a symbolic link on the way counts only if it is
-/// root's own, and ".." goes back to the directory that the way came through, wherever it is by
-/// now, but not above the base.
+/// root's own, in the target of another one too, and ".." goes back to the directory that the way
+/// came through, wherever it is by now, but not above the base.
 class ParentDirectory
 {
 public:

@@ -1,6 +1,7 @@
 #include "site/SiteRemover.h"
 
 #include <algorithm>
+#include <iterator>
 #include <utility>
 
 #include "site/EntryRemover.h"

@@ -24,15 +24,16 @@
 ///     rmdir("<path>"): <reason>      a directory was left, for example because it is not empty
 ///     unlink("<path>"): <reason>     anything else was left
 ///
-/// Only lack of memory ends the work, as std::bad_alloc, with what was removed until then gone.
+/// Only lack of memory ends the work, as std::bad_alloc, with what was removed until then gone;
+/// while a tree is listed it is reported like anything else and ends the listing of a directory.
 ///
 /// The three base directories, which the panel names, are taken as they are. What lies below them
 /// may belong to the site's user, who cannot lead a removal elsewhere, not even by exchanging
 /// directories while it runs: on the way to an entry only a symbolic link of root is followed,
-/// anybody else's is refused (ELOOP), an entry that is a link is removed itself, ".." goes back to
-/// the directory that the way came from, and a path that leads above its base by ".." is refused
-/// (EPERM). A directory exchanged while a tree is listed can only add names to the list that are
-/// looked for in the tree afterwards.
+/// anybody else's is refused (ELOOP), also where a link of root leads through it, an entry that is
+/// a link is removed itself, ".." goes back to the directory that the way came from, and a path
+/// that leads above its base by ".." is refused (EPERM). A directory exchanged while a tree is
+/// listed can only add names to the list that are looked for in the tree afterwards.
 
 namespace zelto
 {
@@ -90,7 +91,7 @@ ZELTO_API void removeEntry(const SiteRemover& site, const boost::filesystem::pat
 /// Removes, as removeEntry() does, the entry that is made of the name of the kind's site directory
 /// ("cgi-bin" for 0, "httpdocs" for 1, none for others), the subdirectory and the path.
 /// @param entry        what to remove.
-/// @param subdirectory of an instance; "." counts as none.
+/// @param subdirectory of an instance; "." and "" count as none.
 /// @param site         where the trees are.
 ZELTO_API void removeOfKind(
     const TreeEntry& entry, const std::string& subdirectory, const SiteRemover& site);

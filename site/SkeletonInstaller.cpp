@@ -10,9 +10,9 @@
 
 #include "conf/ConfVariables.h"
 #include "conf/Configuration.h"
+#include "conf/StandardStreams.h"
 #include "site/SiteDirectories.h"
 #include "site/SkeletonCopier.h"
-#include "conf/StandardStreams.h"
 #include "site/TreeListing.h"
 #include "site/VirtualHostPath.h"
 

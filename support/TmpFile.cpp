@@ -4,7 +4,9 @@
 #include <cstddef>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <ios>
+#include <stdexcept>
 #include <unistd.h>
 #include <utility>
 
@@ -21,9 +23,19 @@ using Buffer = __gnu_cxx::stdio_filebuf<char>;
 
 constexpr std::size_t bufferSize = 2048;
 
+/// The system would take a name with a NUL character for another, shorter one.
+std::string patternOf(const std::string& prefix)
+{
+    if (prefix.find('\0') != std::string::npos) {
+        throw std::invalid_argument("TmpFile: a NUL character in a path");
+    }
+    return prefix + "XXXXXX";
+}
+
+/// As mkstemp(3), but no program that is started meanwhile inherits the descriptor.
 int createdFrom(std::string& pattern)
 {
-    const int fd = mkstemp(pattern.data());
+    const int fd = mkostemp(pattern.data(), O_CLOEXEC);
     if (fd == -1) {
         throwSystemError("mkstemp() failed: ", errno);
     }
@@ -64,7 +76,7 @@ void reportFailedRemoval(int error) noexcept
 } // namespace
 
 TmpFileBase::TmpFileBase(const std::string& prefix)
-    : name_(prefix + "XXXXXX"), buf_(bufferOnNewFile(name_, createdFrom(name_)))
+    : name_(patternOf(prefix)), buf_(bufferOnNewFile(name_, createdFrom(name_)))
 {
 }
 

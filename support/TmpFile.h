@@ -29,6 +29,7 @@ protected:
     ///
     /// @param prefix the path that six more characters complete.
     /// @throw SystemError "mkstemp() failed: " and the system's text, as throwSystemError() does.
+    /// @throw std::invalid_argument for a NUL character in the prefix.
     /// @throw SystemError, std::bad_alloc as the other constructor.
     explicit TmpFileBase(const std::string& prefix);
 
@@ -55,7 +56,9 @@ private:
 };
 
 /// An output stream onto a new file with a name of its own, which can be renamed into place when
-/// it is complete. Failures to write show in the state of the stream.
+/// it is complete. Failures to write show in the state of the stream: flush it and look at its
+/// state before the renaming, because what is left for the destructor to write fails in silence.
+/// The descriptor is closed when a program is executed.
 class ZELTO_API TmpFile : private TmpFileBase, public std::ostream
 {
 public:
@@ -68,6 +71,7 @@ public:
     /// @throw SystemError "mkstemp() failed: ", another ": " and the system's text, as
     ///                    throwSystemError() does: an ExSystemError<2> where there is no such
     ///                    directory. Nothing is left behind.
+    /// @throw std::invalid_argument for a NUL character in the prefix.
     /// @throw SystemError "fdopen() failed" and the system's text if the descriptor cannot be
     ///                    written through a buffer. Nothing is left behind.
     /// @throw std::bad_alloc without memory for the buffer. Nothing is left behind.

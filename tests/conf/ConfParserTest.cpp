@@ -6,7 +6,7 @@
 
 #include "conf/ConfParser.h"
 #include "conf/PluggableLog.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/conf/RecordedLog.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/World.h"

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "conf/ConfStore.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/conf/RecordedLog.h"
 #include "tests/lib/Faults.h"
 

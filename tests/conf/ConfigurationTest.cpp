@@ -11,7 +11,7 @@
 #include "conf/FatalLogger.h"
 #include "conf/PluggableLog.h"
 #include "conf/ProgramName.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/World.h"
 

@@ -1,10 +1,12 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <linux/fs.h>
+#include <new>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "tests/lib/FailingNew.h"
 #include "tests/site/SiteRemovalFixture.h"
 
 namespace
@@ -310,4 +312,31 @@ TEST_F(EmptySiteDirectories, EmptiesATreeDownToTheLongestPath)
     EXPECT_EQ(
         errorsIntoAFile([&] { zelto::emptySiteDirectories(host, options_); }), listing + expected);
     EXPECT_FALSE(exists(host + "/private/file"));
+}
+
+TEST_F(EmptySiteDirectories, WithoutMemoryReportOrThrowAndKeepTheDirectories)
+{
+    int failures = 0;
+    bool done = false;
+    while (!done) {
+        makeDirs("/srv/web/a/b");
+        makeFile("/srv/web/a/b/c", "");
+        const int nth = ++failures;
+        const Outcome outcome = inChild([&] {
+            try {
+                const FailingNew failing(nth);
+                (void)zelto::emptySiteDirectories(host, options_);
+            } catch (const std::bad_alloc&) {
+                _exit(3);
+            }
+            _exit(0);
+        });
+        EXPECT_TRUE(exists("/srv/web"));
+        done = outcome.status == 0 && outcome.err.empty();
+        if (!done && outcome.status != 3) {
+            EXPECT_NE(outcome.err.find("std::bad_alloc\n"), std::string::npos) << outcome.err;
+        }
+    }
+    EXPECT_GT(failures, 10);
+    EXPECT_EQ(treeOf("/srv/web"), emptyDirectory);
 }

@@ -1,6 +1,10 @@
 #include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <new>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <utility>
 
 #include "site/DescriptorParser.h"
 #include "tests/site/DescriptorFixture.h"
@@ -12,6 +16,8 @@ extern "C" {
 int xmlSubstituteEntitiesDefault(int substitute);
 int* __xmlLoadExtDtdDefaultValue();
 int* __xmlDoValidityCheckingDefaultValue();
+int xmlMemSetup(void (*release)(void*), void* (*take)(size_t), void* (*change)(void*, size_t),
+    char* (*copy)(const char*));
 }
 
 namespace
@@ -287,4 +293,59 @@ TEST_F(InstanceDescriptorOutside, LeavesTheProgramsOwnSettingsAsTheyWere)
     EXPECT_EQ(xmlSubstituteEntitiesDefault(0), 1);
     EXPECT_EQ(std::exchange(*__xmlLoadExtDtdDefaultValue(), 0), 6);
     EXPECT_EQ(std::exchange(*__xmlDoValidityCheckingDefaultValue(), 0), 1);
+}
+
+namespace
+{
+
+int allocationsLeft = 0; ///< until one fails; below 0: none does
+
+bool failsNow()
+{
+    return allocationsLeft >= 0 && allocationsLeft-- == 0;
+}
+
+void* takeMemory(size_t size)
+{
+    return failsNow() ? nullptr : std::malloc(size);
+}
+
+void* changeMemory(void* memory, size_t size)
+{
+    return failsNow() ? nullptr : std::realloc(memory, size);
+}
+
+char* copyText(const char* text)
+{
+    return failsNow() ? nullptr : strdup(text);
+}
+
+} // namespace
+
+TEST(InstanceDescriptorHostile, IsNeverReadInPartForLackOfMemory)
+{
+    const std::string text = inFile("aaaa</FILE><FILE>b<x/>c");
+    ASSERT_EQ(readFrom(text), "1 aaaa|1 bc|"); // the parser's own tables are there from now on
+    ASSERT_EQ(xmlMemSetup(std::free, takeMemory, changeMemory, copyText), 0);
+    int lacks = 0;
+    for (bool failed = true; failed; ++lacks) {
+        allocationsLeft = lacks;
+        std::string read;
+        (void)outputOf([&] {
+            try {
+                for (const zelto::TreeEntry& entry : zelto::parseDescriptor(text)) {
+                    read += entry.path.native() + '|';
+                }
+            } catch (const std::bad_alloc&) {
+                read = "no memory";
+            } catch (const std::runtime_error& error) {
+                read = error.what();
+            }
+        });
+        failed = std::exchange(allocationsLeft, -1) < 0;
+        // The parser may find itself at a loss first, which refuses the document as well.
+        EXPECT_TRUE(read == (failed ? "no memory" : "aaaa|bc|") || (failed && read == parseError))
+            << lacks << ": " << read;
+    }
+    EXPECT_GT(lacks, 10);
 }

@@ -270,6 +270,14 @@ TEST_F(RemoveApplicationInstance, OpensADirectoryOnceForAllOfItsFiles)
     EXPECT_EQ(faults::calls("openat"), 2);
 }
 
+TEST_F(RemoveApplicationInstance, TakesAnEmptySubdirectoryForTheTopOfTheTrees)
+{
+    makeFile("/srv/web/a", "");
+    EXPECT_EQ(messagesOfRemoving("<SECTION PREFIX='htdocs'><FILE>a</FILE></SECTION>", ""), "");
+    EXPECT_FALSE(exists("/srv/web/a"));
+    EXPECT_TRUE(exists("/srv/web"));
+}
+
 TEST_F(RemoveApplicationInstance, LeavesNoDescriptorOpen)
 {
     const size_t before = openDescriptors();

@@ -342,6 +342,21 @@ TEST_F(SiteRemover, RefusesAPathWithANulByte)
     EXPECT_TRUE(exists("/srv/web/a"));
 }
 
+TEST_F(SiteRemover, RefusesATreeWithANulByte)
+{
+    makeFile("/srv/web/a", "");
+    makeFile("/srv/cgi/a", "");
+    zelto::SiteRemover remover(host, options_);
+    remover.www_root.append("\0x", 2);
+    remover.cgi_bin_path.append("\0x", 2);
+    EXPECT_EQ(errorsOf([&] { zelto::removeEntry(remover, "httpdocs/a"); }),
+        std::string("lstat(\"/srv/web\0x/a\"): Invalid argument\n", 40));
+    EXPECT_EQ(errorsOf([&] { zelto::removeEntry(remover, "cgi-bin/a"); }),
+        std::string("lstat(\"/srv/cgi\0x/a\"): Invalid argument\n", 40));
+    EXPECT_TRUE(exists("/srv/web/a"));
+    EXPECT_TRUE(exists("/srv/cgi/a"));
+}
+
 TEST_F(SiteRemover, RemovesBytesThatAreNoText)
 {
     makeFile("/srv/web/\xff\xfe\n", "");

@@ -9,7 +9,7 @@
 
 #include "support/ExTraceable.h"
 #include "support/SystemError.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/support/RecordingVisitor.h"
 #include "tests/support/VirtualSlot.h"
 
@@ -266,7 +266,7 @@ TEST(ExTraceable, CanBeCaughtByEachOfItsClasses)
     EXPECT_EQ(textAsSeenBy<std::exception>(), "a not copied to b");
 }
 
-TEST(ExTraceable, ItsBasesFollowEachOtherInTheStatedOrder)
+TEST(ExTraceable, ItsBasesKeepTheOrderThatCallersWereBuiltWith)
 {
     const ExTraceable report = copyFailure();
     const std::ptrdiff_t visitable =
@@ -277,7 +277,7 @@ TEST(ExTraceable, ItsBasesFollowEachOtherInTheStatedOrder)
     EXPECT_GT(error, visitable);
 }
 
-TEST(ExTraceable, ItsVirtualFunctionsFollowEachOtherInTheStatedOrder)
+TEST(ExTraceable, ItsVirtualFunctionsKeepTheOrderThatCallersWereBuiltWith)
 {
     EXPECT_EQ(virtualSlot(&Cloneable::clone), 2);
     EXPECT_EQ(virtualSlot(&zelto::ExVisitable::accept), 2);
@@ -286,7 +286,7 @@ TEST(ExTraceable, ItsVirtualFunctionsFollowEachOtherInTheStatedOrder)
     EXPECT_EQ(virtualSlot(&ExTraceable::accept), 4);
 }
 
-TEST(ExVisitor, ItsVirtualFunctionsFollowEachOtherInTheStatedOrder)
+TEST(ExVisitor, ItsVirtualFunctionsKeepTheOrderThatCallersWereBuiltWith)
 {
     using zelto::ExVisitor;
     EXPECT_EQ(virtualSlot(&ExVisitor::visitMessage), 2);

@@ -8,7 +8,7 @@
 #include <utility>
 
 #include "support/Exc.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/support/RecordingVisitor.h"
 #include "tests/support/VirtualSlot.h"
 

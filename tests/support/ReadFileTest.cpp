@@ -9,7 +9,7 @@
 
 #include "support/SystemError.h"
 #include "support/misc.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/World.h"
 
 namespace

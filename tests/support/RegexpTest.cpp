@@ -10,7 +10,7 @@
 #include <type_traits>
 
 #include "support/Regexp.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 
 using zelto::Regexp;
 using Result = Regexp::MatchResultData;

@@ -7,7 +7,7 @@
 
 #include "support/SystemError.h"
 #include "support/TError.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/support/VirtualSlot.h"
 
 using zelto::ExSystemError;

@@ -8,7 +8,7 @@
 
 #include "support/TError.h"
 #include "support/TSysErr.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/support/VirtualSlot.h"
 
 using zelto::TError;

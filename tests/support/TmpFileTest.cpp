@@ -14,7 +14,7 @@
 
 #include "support/SystemError.h"
 #include "support/TmpFile.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/StandardErrorCapture.h"
 #include "tests/lib/World.h"
@@ -336,9 +336,9 @@ TEST_F(TmpFileFailure, InAMissingDirectoryHasItsOwnClassAndTwoSeparators)
 
 TEST_F(TmpFileFailure, CarriesTheErrorOfTheCall)
 {
-    faults::fail("mkstemp", EACCES);
+    faults::fail("mkostemp", EACCES);
     EXPECT_EQ(failureOf("/srv/abc"), "13 mkstemp() failed: : Permission denied");
-    faults::fail("mkstemp", EINTR);
+    faults::fail("mkostemp", EINTR);
     EXPECT_THROW(TmpFile("/srv/abc"), zelto::ExSystemError<4>);
     EXPECT_EQ(failureOf("/srv/www/vhosts/" + std::string(300, 'x')),
         "36 mkstemp() failed: : File name too long");
@@ -346,14 +346,17 @@ TEST_F(TmpFileFailure, CarriesTheErrorOfTheCall)
 
 TEST_F(TmpFileFailure, RemovesNothing)
 {
-    faults::fail("mkstemp", EEXIST);
+    faults::fail("mkostemp", EEXIST);
     EXPECT_EQ(failureOf("/srv/abc"), "17 mkstemp() failed: : File exists");
     EXPECT_EQ(faults::calls("unlink"), 0);
 }
 
-TEST_F(TmpFileFailure, ForAPrefixWithANulLeavesNothing)
+TEST_F(TmpFileFailure, ForAPrefixWithANulCreatesNothing)
 {
-    EXPECT_EQ(failureOf(std::string("/srv/a\0b", 8)), "22 mkstemp() failed: : Invalid argument");
+    for (const std::string& prefix :
+        {std::string("/srv/a\0b", 8), std::string("/srv/XXXXXX\0b", 13)}) {
+        EXPECT_THROW(TmpFile file(prefix), std::invalid_argument);
+    }
     EXPECT_EQ(treeOf("/srv"), emptyWorld);
 }
 

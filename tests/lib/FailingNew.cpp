@@ -1,4 +1,4 @@
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 
 #include <cstdlib>
 #include <new>
