@@ -9,6 +9,7 @@ public:
     virtual ~Cloneable() = default;
 
     /// A copy of the most derived object, made with `new`; the caller owns it.
+    /// @throw std::bad_alloc and what else the copy constructor throws; nothing is left then.
     [[nodiscard]] virtual Cloneable* clone() const = 0;
 
 protected:

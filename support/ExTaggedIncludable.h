@@ -27,10 +27,12 @@ public:
     ExTaggedIncludable(const ExTaggedIncludable& from);
 
     /// Copies as the constructor does. When the nested report cannot be cloned, nothing changes.
+    /// @throw as the copy constructor.
     ExTaggedIncludable& operator=(const ExTaggedIncludable& from);
     ~ExTaggedIncludable() override;
 
     /// As ExTraceable::clone(), with a clone of the nested report.
+    /// @throw as the copy constructor; nothing is left then.
     [[nodiscard]] Cloneable* clone() const override;
 
     /// As ExTraceable::accept(); then, when there is a nested report, enterIncluded() and the visit

@@ -28,6 +28,7 @@ public:
     ~ExTraceable() override;
 
     /// A copy with the name, the format and the arguments fed so far; the caller owns it.
+    /// @throw std::bad_alloc; nothing is left then.
     [[nodiscard]] Cloneable* clone() const override;
 
     /// The formatted text, composed anew by each call. The pointer is good until the next call or

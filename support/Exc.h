@@ -35,6 +35,7 @@ public:
     ~Exc() override = default;
 
     /// A copy with all that the report holds, of this very class; the caller owns it.
+    /// @throw as the copy constructor of ExTaggedIncludable; nothing is left then.
     [[nodiscard]] Cloneable* clone() const override
     {
         return std::make_unique<Exc>(*this).release();

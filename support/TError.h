@@ -30,6 +30,7 @@ public:
     /// @param detail  an object to travel along, taken over; null for none. All copies of the error
     ///                share it, and the last of them deletes it. The count of sharers is not meant
     ///                for several threads.
+    /// @throw std::bad_alloc; the object is deleted then.
     explicit TError(std::string message, std::unique_ptr<Detail> detail = nullptr);
     TError(const TError&) = default;
     TError& operator=(const TError&) = default;

@@ -79,7 +79,8 @@ ZELTO_API void dumpDefines(std::ostream& os, const char* name, const void* data,
 /// where that exists (a dangling link counts), "<path>.saved_by_kvo.1" and so on. The copy has mode
 /// 0620 less the umask and belongs to the caller; nothing ever removes it. No copy is made of a
 /// file that does not exist, nor of one that holds generatedFileBanner anywhere. The file itself is
-/// never changed.
+/// never changed. What readFile() could read counts as the whole of it, so that a directory gets an
+/// empty copy.
 /// @throw ExSystemError<N>, SystemError as readFile(); "Cannot write <path>.saved_by_kvo" (or the
 ///        name tried last) with the number of open(2), write(2) or close(2), after which that copy
 ///        may exist in part. A process without a standard input gets EBADF.

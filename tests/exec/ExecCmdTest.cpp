@@ -10,7 +10,7 @@
 
 #include "conf/ProgramName.h"
 #include "support/SystemError.h"
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/Process.h"
 #include "tests/support/VirtualSlot.h"

@@ -1,15 +1,18 @@
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "exec/Pipeline.h"
 #include "support/TSysCallErr.h"
-#include "tests/conf/FailingNew.h"
 #include "tests/exec/PipelineFixture.h"
+#include "tests/lib/FailingNew.h"
 
 // Children of a checked run that fail, and failures to have children at all.
 
@@ -130,6 +133,15 @@ TEST_F(FailedChild, DoesNotWriteWhatTheParentHasPending)
     EXPECT_EQ(outcome.out, "pending ");
 }
 
+TEST_F(FailedChild, SkipsTheExitHandlersOfTheCaller)
+{
+    const Outcome outcome = inChild([] {
+        (void)std::atexit([] { (void)!write(STDERR_FILENO, "at exit\n", 8); });
+        runChecked(words({"/no/such/program"}));
+    });
+    EXPECT_EQ(outcome.err, "Unexpected error: No such file or directory\nat exit\n");
+}
+
 TEST_F(FailedStart, OfTheOnlyCommandIsThrown)
 {
     const size_t before = openDescriptors();
@@ -162,6 +174,23 @@ TEST_F(FailedStart, OfThePipeIsThrown)
     faults::fail("pipe2", EMFILE);
     EXPECT_EQ(runChecked(words({"true"})).failure, "Too many open files");
     EXPECT_EQ(faults::calls("fork"), 0);
+}
+
+TEST_F(FailedStart, WaitsForAnEarlierCommandThatHasEnded)
+{
+    class UntilTheEarlierEnds : public TExec::TPrepare
+    {
+        void beforeFork(const TExec& /*exec*/) override
+        {
+            siginfo_t info{};
+            EXPECT_EQ(waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+        }
+    };
+    UntilTheEarlierEnds prepare;
+    faults::fail("fork", EAGAIN, 2);
+    const Checked checked = runChecked({TExec(words({"true"})), TExec(words({"true"}), &prepare)});
+    EXPECT_EQ(checked.failure, "Resource temporarily unavailable");
+    EXPECT_TRUE(hasNoChildren());
 }
 
 TEST_F(FailedStart, LeavesAnEarlierCommandThatStillRunsToTheCaller)

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <sys/mman.h>
 
 namespace
 {
@@ -34,6 +35,37 @@ public:
 
 private:
     const char* shipped_ = shell_escape_chars;
+};
+
+/// A table without a null byte behind it: right there is memory that must not be read.
+class UnendedTable
+{
+public:
+    explicit UnendedTable(char kind) : pages_(mapped())
+    {
+        mprotect(pages_ + pageSize, pageSize, PROT_NONE);
+        std::memset(table(), kind, 256);
+    }
+    ~UnendedTable() { munmap(pages_, 2 * pageSize); }
+    UnendedTable(const UnendedTable&) = delete;
+    UnendedTable& operator=(const UnendedTable&) = delete;
+
+    [[nodiscard]] char* table() const { return pages_ + pageSize - 256; }
+
+private:
+    static constexpr size_t pageSize = 65536; // a multiple of every page size
+
+    static char* mapped()
+    {
+        void* const pages =
+            mmap(nullptr, 2 * pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (pages == MAP_FAILED) {
+            throw std::runtime_error("mmap failed");
+        }
+        return static_cast<char*>(pages);
+    }
+
+    char* pages_;
 };
 
 } // namespace
@@ -150,6 +182,13 @@ TEST(CheckShellSafe, LooksNoFurtherThanANullByte)
     EXPECT_THROW(checkShellSafe(std::string(";\0a", 3)), std::runtime_error);
 }
 
+TEST(IsShellSafe, ReadsNothingBehindTheTable)
+{
+    const UnendedTable unended('-');
+    const OwnTable own(unended.table());
+    EXPECT_EQ(isShellSafe(";\xff"), 1);
+}
+
 TEST(CheckShellSafe, GoesByTheTableThatTheProgramPointsTo)
 {
     const std::string table(256, 'n');
@@ -200,6 +239,13 @@ TEST(ShellEscape, GoesByTheTableThatTheProgramPointsToForTheLowerHalf)
     const OwnTable own(table.c_str());
     EXPECT_EQ(shellEscape("abc; \n"), "\\a'b'c; \n");
     EXPECT_EQ(shellEscape("\x7f\x80\xff"), "\\\x7f\x80\xff");
+}
+
+TEST(ShellEscape, ReadsNothingBehindTheTable)
+{
+    const UnendedTable unended('*');
+    const OwnTable own(unended.table());
+    EXPECT_EQ(shellEscape("a\xff"), "\\a\xff");
 }
 
 TEST(ShellEscape, PassesWhatAShorterTableDoesNotReach)

@@ -72,7 +72,8 @@ protected:
         counting.sa_handler = count;
         counting.sa_flags = SA_RESTART;
         sigaction(SIGPIPE, &counting, &dispositionBefore_);
-        sigprocmask(SIG_BLOCK, nullptr, &maskBefore_);
+        const sigset_t signals = only(SIGPIPE);
+        sigprocmask(SIG_UNBLOCK, &signals, &maskBefore_);
         std::array<int, 2> ends{};
         EXPECT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
         close(ends[0]);

@@ -9,7 +9,7 @@
 #include <unistd.h>
 #include <utility>
 
-#include "tests/conf/FailingNew.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/exec/Commands.h"
 #include "tests/lib/Process.h"
 

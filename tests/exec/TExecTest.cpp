@@ -20,6 +20,11 @@ TEST(TExec, HasFlagsOfTheseValues)
     EXPECT_EQ(TExec::all, 7U);
 }
 
+TEST(TExec, LeavesPreparationsToSubclasses)
+{
+    EXPECT_TRUE(std::is_abstract_v<TExec::TPrepare>);
+}
+
 TEST(TExec, HasATextForRefusedArguments)
 {
     EXPECT_STREQ(TExec::badArguments, "Bad execute arguments");

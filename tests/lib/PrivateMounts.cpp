@@ -26,12 +26,11 @@ void require(bool done, const char* what)
 void enterPrivateMountNamespace()
 {
     require(unshare(CLONE_NEWNS) == 0, "unshare(CLONE_NEWNS)");
-    require(
-        mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mount of / as private");
+    require(mount("none", "/", "none", MS_REC | MS_PRIVATE, nullptr) == 0, "mount of / as private");
     // Coverage counts are written beside the objects.
-    require(mount(BUILD_PATH, BUILD_PATH, nullptr, MS_BIND, nullptr) == 0,
+    require(mount(BUILD_PATH, BUILD_PATH, "none", MS_BIND, nullptr) == 0,
         "mount of the build directory");
-    require(mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0,
+    require(mount("none", "/", "none", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) == 0,
         "mount of / as read-only");
 }
 
