@@ -2,6 +2,9 @@
 
 #include <unistd.h>
 
+namespace zelto
+{
+
 void closeDescriptorsFrom(int first) noexcept
 {
     const int end = getdtablesize();
@@ -14,3 +17,5 @@ void closeDescriptorsFrom(int first) noexcept
         close(fd);
     }
 }
+
+} // namespace zelto

@@ -5,6 +5,9 @@
 #include <sys/select.h>
 #include <vector>
 
+namespace zelto
+{
+
 /// A set of descriptors for select(2) that holds any number. An fd_set ends at FD_SETSIZE, and
 /// FD_SET() beyond that ends the process or writes past the set.
 class DescriptorSet
@@ -29,3 +32,5 @@ private:
 
     std::vector<Word> words_;
 };
+
+} // namespace zelto

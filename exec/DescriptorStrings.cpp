@@ -1,6 +1,5 @@
 #include "exec/DescriptorStrings.h"
 
-#include <array>
 #include <cerrno>
 #include <unistd.h>
 
@@ -9,19 +8,19 @@
 
 void writeToString(int fd, std::string& data)
 {
-    FrontWriter(data).write(fd);
+    zelto::FrontWriter(data).write(fd);
 }
 
 bool readToString(int fd, std::string& out)
 {
-    std::array<char, 4096> chunk;
+    char chunk[4096];
     for (;;) {
-        const ssize_t count = read(fd, chunk.data(), chunk.size());
+        const ssize_t count = read(fd, chunk, sizeof chunk);
         if (count == 0) {
             return false;
         }
         if (count > 0) {
-            out.append(chunk.data(), static_cast<size_t>(count));
+            out.append(chunk, static_cast<size_t>(count));
         } else if (errno == EAGAIN) {
             return true;
         } else if (errno != EINTR) {

@@ -19,8 +19,7 @@ namespace
 constexpr char failureName[] = "ExecCmd::ExFailed";
 constexpr char failureFormat[] = "Execution of %1% failed with return code %2%.\n%3%%4%%5%";
 
-// Where failures say they were raised: readers of the panel's reports look for this place, which
-// therefore does not move with the code.
+// Where failures say they were raised. Part of the report, so it does not move with the code.
 constexpr char raisingFunction[] = "void zelto::ExecCmd::reportError() const";
 constexpr char raisingFile[] = "ExecCmd";
 constexpr int raisingLine = 49;

@@ -14,10 +14,10 @@ namespace zelto
 
 /// Runs a utility: fill it, run it, read what came of it.
 ///
-/// It rests on forkExecvGetOutErr(): no shell is involved, the program is looked up on PATH when
-/// its path holds no slash, and what it writes is kept, up to the memory there is. A program that
-/// cannot be executed counts as one that ended with 1 and has the reason in both of its outputs.
-/// Every run appends to the outputs of the runs before it.
+/// It rests on forkExecvGetOutErr(): no shell parses the arguments, the program is looked up on
+/// PATH when its path holds no slash, and what it writes is kept, up to the memory there is. A
+/// program that cannot be executed counts as one that ended with 1 and has the reason in both of
+/// its outputs. Every run appends to the outputs of the runs before it.
 ///
 /// Texts that end up as C strings (the path, arguments, variables) must not hold a NUL character:
 /// std::invalid_argument is thrown for one, and nothing is changed.
@@ -32,6 +32,7 @@ public:
 
     /// @param path the program, which is also what it sees as its own name.
     /// @throw std::invalid_argument for a NUL character in the path.
+    /// @throw std::bad_alloc without the memory for it.
     explicit ExecCmd(const std::string& path);
     ExecCmd(const ExecCmd&) = delete;
     ExecCmd& operator=(const ExecCmd&) = delete;
@@ -39,11 +40,13 @@ public:
 
     /// Appends a copy of an argument.
     /// @throw std::invalid_argument for a NUL character in it.
+    /// @throw std::bad_alloc without the memory for it.
     ExecCmd& add(const std::string& argument) override;
 
     /// Sets a variable of the program's environment, over one that it would inherit. A name that
     /// setenv(3) refuses (empty, or with a '=') makes the run fail with 1.
     /// @throw std::invalid_argument for a NUL character in either.
+    /// @throw std::bad_alloc without the memory for it.
     ExecCmd& setEnv(const std::string& name, const std::string& value) override;
 
     /// Runs the program and insists on success.
@@ -53,18 +56,24 @@ public:
     ///        "<name> is\n" and what went in or came out, ended by a newline. The command is
     ///        written as a shell would take it.
     /// @throw zelto::SystemError as execute().
+    /// @throw std::bad_alloc as execute(), or without the memory for the report.
     virtual void runChecked();
 
     /// Runs the program.
     /// @return what execute() returns.
     /// @throw zelto::SystemError as execute().
+    /// @throw std::bad_alloc as execute().
     virtual int run();
 
     /// Runs the program; the other two come down to this. When no pipe can be made, the process
-    /// itself ends, with status 1.
+    /// itself ends, with status 1. As for forkExecvGetOutErr(), the program must not be reaped by
+    /// anybody else: with SIGCHLD ignored, a run never returns and keeps a processor busy. After an
+    /// exception in the middle of a run, what the program wrote until then is in the outputs, ends
+    /// of its pipes may be left open and it is not waited for.
     /// @return the exit status; -1 if a signal ended the program or waiting for it failed.
     /// @throw zelto::SystemError as forkExecvGetOutErr(), among them "writeToString failed" (EPIPE)
     ///        from a program that does not read all of its input.
+    /// @throw std::bad_alloc when memory runs out.
     virtual int execute();
 
     /// Sets the text for the program's standard input, "" by default. Each run feeds it anew.

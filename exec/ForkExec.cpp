@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <exception>
 #include <fcntl.h>
@@ -52,7 +53,7 @@ void prepareChild(
     dup2Custom(in, STDIN_FILENO);
     dup2Custom(out, STDOUT_FILENO);
     dup2Custom(err, STDERR_FILENO);
-    closeDescriptorsFrom(STDERR_FILENO + 1);
+    zelto::closeDescriptorsFrom(STDERR_FILENO + 1);
     if (uid != sameUser && setuid(uid) == -1) {
         zelto::throwSystemError("forkExecvPipes: setuid() failed", errno);
     }

@@ -12,7 +12,9 @@
 /// additions to its environment, and talking to it through pipes until it ends. For processes with
 /// one thread.
 ///
-/// No shell is involved: arguments reach the program as they are and need no escaping.
+/// No shell parses the arguments: they reach the program as they are and need no escaping. Only the
+/// program itself may turn out to be a shell's: an executable text without "#!" in front is handed
+/// to /bin/sh as a script, as execvp(3) has it.
 
 /// Makes one descriptor stand in the place of another, as dup2(2), and closes the original.
 ///
@@ -73,15 +75,15 @@ ZELTO_API pid_t forkExecvPipes(int in, int out, int err, const std::string& path
 ///
 /// The three streams are served together, so that no amount on one of them holds up another, in
 /// time linear in what is moved. There is no time-out. The call returns when the program has ended
-/// and everybody who inherited its streams has closed them, and only after the program has read all
-/// of its input.
+/// and everybody who inherited its streams has closed them, and only after all of the input has
+/// been written to the pipe.
 ///
 /// A program that closes its standard input early, or ends without reading all of it, makes the
 /// call throw as soon as the rest is to be written; input that fits into the pipe (64 KiB) can
 /// still disappear unread.
 ///
 /// The program must not be reaped by anybody else: with SIGCHLD ignored, or with a handler that
-/// waits for every child, the call never returns.
+/// waits for every child, the call never returns and keeps a processor busy meanwhile.
 ///
 /// Descriptors: none is left open after a return. After an exception in the middle of a run
 /// (select, write, read, no memory) the pipes' ends that were still open remain so until the
@@ -99,10 +101,10 @@ ZELTO_API pid_t forkExecvPipes(int in, int out, int err, const std::string& path
 /// @return the program's exit status, 0 to 255; -1 when a signal ended it or waitpid(2) failed with
 ///         something else than EINTR or ECHILD. A program that could not be executed has status 1
 ///         and the report of forkExecvPipes() in both `error` and `output`.
-/// @throw zelto::SystemError "forkExecvPipes: fork() failed", "forkExecvGetOutErr: select()
-/// failed",
-///        "writeToString failed" (EPIPE when the program stopped reading) or "readToString failed",
-///        with zelto::ExSystemError<N> for its numbers.
+/// @throw zelto::SystemError "forkExecvPipes: fork() failed",
+///        "forkExecvGetOutErr: select() failed",
+///        "writeToString failed" (EPIPE when the program stopped reading) or
+///        "readToString failed", with zelto::ExSystemError<N> for its numbers.
 /// @throw std::invalid_argument when `argv` is null.
 /// @throw std::bad_alloc when memory runs out.
 ///

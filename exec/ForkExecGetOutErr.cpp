@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <fcntl.h>
+#include <initializer_list>
 #include <sys/select.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -19,8 +20,6 @@ namespace
 {
 
 using Environment = std::map<std::string, std::string>;
-
-constexpr uid_t sameUser = static_cast<uid_t>(-1);
 
 /// What a pipe holds. To offer it more gains nothing, and a memory checker would go through all of
 /// a long text each time.
@@ -113,7 +112,7 @@ private:
         }
     }
 
-    static void fill(DescriptorSet& set, std::initializer_list<int> ends)
+    static void fill(zelto::DescriptorSet& set, std::initializer_list<int> ends)
     {
         set.clear();
         for (const int end : ends) {
@@ -142,25 +141,12 @@ private:
 
     Ends ends_;
     int count_;
-    DescriptorSet readable_;
-    DescriptorSet writable_;
-    FrontWriter writer_;
+    zelto::DescriptorSet readable_;
+    zelto::DescriptorSet writable_;
+    zelto::FrontWriter writer_;
     std::string& output_;
     std::string& error_;
 };
-
-/// One for all calls. The union keeps it from being destroyed at the program's end, when a handler
-/// of atexit(3) may still run something.
-const Environment& emptyEnvironment()
-{
-    union Kept {
-        Kept() : environment() {}
-        ~Kept() {}
-        Environment environment;
-    };
-    static const Kept kept;
-    return kept.environment;
-}
 
 /// Waits for the program. ECHILD is waited out too: who reaped the child in our place knows how it
 /// ended, and no answer of ours could be right.
@@ -211,12 +197,13 @@ int forkExecvGetOutErr(std::string& output, std::string& error, const std::strin
 int forkExecvGetOutErr(
     std::string& output, std::string& error, const std::string& path, char* const argv[], uid_t uid)
 {
-    return forkExecvGetOutErr(output, error, path, argv, uid, emptyEnvironment());
+    return forkExecvGetOutErr(output, error, path, argv, uid, {});
 }
 
 int forkExecvGetOutErr(
     std::string& output, std::string& error, const std::string& path, char* const argv[])
 {
+    constexpr auto sameUser = static_cast<uid_t>(-1);
     return forkExecvGetOutErr(output, error, path, argv, sameUser);
 }
 

@@ -7,6 +7,9 @@
 #include "exec/SigpipeBlock.h"
 #include "support/SystemError.h"
 
+namespace zelto
+{
+
 void FrontWriter::write(int fd, std::size_t atOnce)
 {
     const SigpipeBlock block;
@@ -18,11 +21,12 @@ void FrontWriter::write(int fd, std::size_t atOnce)
         } else if (errno == EAGAIN) {
             return;
         } else if (errno != EINTR) {
-            const int error = errno;
-            if (error == EPIPE) {
+            if (errno == EPIPE) {
                 block.discardOwn();
             }
-            zelto::throwSystemError("writeToString failed", error);
+            throwSystemError("writeToString failed", errno);
         }
     }
 }
+
+} // namespace zelto

@@ -3,6 +3,9 @@
 #include <cstddef>
 #include <string>
 
+namespace zelto
+{
+
 /// Writes a string piece by piece. What was written is taken from the string's front when the
 /// writer goes, on whatever way: once, where doing so after every piece would make the time grow
 /// with the square of the length.
@@ -25,3 +28,5 @@ private:
     std::string& text_;
     std::size_t done_ = 0;
 };
+
+} // namespace zelto

@@ -76,7 +76,7 @@ void reportFailure(const char* text)
 }
 
 /// To be called while an exception is handled.
-void reportException() noexcept
+void reportCurrentException() noexcept
 {
     try {
         throw;
@@ -104,7 +104,7 @@ pid_t start(const TEArgs& args, TExec::TPrepare* prepare, unsigned flags)
         if (::getpid() == caller) {
             throw;
         }
-        reportException();
+        reportCurrentException();
     }
     ::_exit(1);
 }

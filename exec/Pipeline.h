@@ -23,17 +23,15 @@ namespace zelto::sys
 /// of its output is not yet started waits forever as soon as it has more to say than a pipe holds
 /// (64 KiB). Commands without the flag are the caller's to wait for.
 ///
-/// @return the result of the last command; (0, 0) where there are none. In a child that could not
-/// be
-///         executed and whose preparation answered false, (-1, 0) at once: the commands behind it
-///         are started by the parent alone.
-/// @throw TSysCallErr and everything else that TExec::run() throws, in the process in which it
-/// does.
-///        The commands behind the one that failed are not started.
+/// @return the result of the last command; (0, 0) where there are none. In a child whose program
+///         could not be executed and whose preparation answered false, (-1, 0) at once: the
+///         commands behind it are started by the parent alone.
+/// @throw TSysCallErr and everything else that TExec::run() throws, in the process in
+///        which it does. The commands behind the one that failed are not started.
 ZELTO_API std::pair<int, int> runPipeline(const std::vector<TExec>& commands);
 
 /// Runs the commands, collects what the last of them writes to its standard output, and waits for
-/// them all.
+/// them.
 ///
 /// Works on copies of the commands that have the fork flag and do not have the wait flag. What the
 /// last command's own preparation does to the standard output comes after the collecting and
@@ -43,8 +41,11 @@ ZELTO_API std::pair<int, int> runPipeline(const std::vector<TExec>& commands);
 /// answers.
 ///
 /// The output is read to its end, that is until nobody holds it open any more, and only then the
-/// commands are waited for; that stopped them is taken for an end. How the commands before the last
-/// one ended does not matter.
+/// commands are waited for; that one was stopped is taken for its end. How the commands before the
+/// last one ended does not matter. They are waited for in their turn, with two exceptions: when the
+/// last command was stopped, or when fork(2) failed for any command and its preparation answered
+/// false. One of them may then have no reader and never end, so that only those that have ended by
+/// that time are waited for, and the others are left to the caller.
 ///
 /// @param commands not changed; their preparations are run as they are.
 /// @param output what it held before is replaced by what was collected, also when this throws.
@@ -58,10 +59,13 @@ ZELTO_API std::pair<int, int> runPipeline(const std::vector<TExec>& commands);
 ///        last command failed. That a signal interrupted it (it is tried again) and that somebody
 ///        else had waited before (it counts as success) is no failure.
 /// @throw SystemError "read() failed" when the output could not be read.
-/// @throw TSysCallErr when fork(2) or pipe(2) failed.
+/// @throw TSysCallErr when fork(2) or pipe(2) failed, and everything that a preparation throws in
+///        the parent, from `beforeFork`, `onForkError` or `inParent`.
+/// @throw std::bad_alloc when memory runs out in the parent.
 ///
-/// When something other than "child failed" is thrown, only those of the children started until
-/// then that have ended are waited for; the others are left to the caller.
+/// When something other than "child failed" is thrown, the commands behind the one that failed are
+/// not started. Of the commands before the one that failed, those that have ended are waited for;
+/// all others, the last one included, are left to the caller.
 ZELTO_API void runPipelineChecked(const std::vector<TExec>& commands, std::string& output);
 
 } // namespace zelto::sys

@@ -1,6 +1,5 @@
 #include "exec/ShellEscape.h"
 
-#include <algorithm>
 #include <cstring>
 #include <stdexcept>
 
@@ -27,7 +26,7 @@ int isShellSafe(const char* text)
     if (text == nullptr) {
         return 1;
     }
-    const size_t reach = std::strlen(shell_escape_chars);
+    const size_t reach = strnlen(shell_escape_chars, 256);
     for (; *text != '\0'; ++text) {
         const auto byte = static_cast<unsigned char>(*text);
         if (byte >= reach || shell_escape_chars[byte] != '-') {
@@ -48,7 +47,7 @@ bool checkShellSafe(const std::string& text)
 std::string shellEscape(const std::string& text)
 {
     constexpr size_t lowerHalf = 128;
-    const size_t reach = std::min(std::strlen(shell_escape_chars), lowerHalf);
+    const size_t reach = strnlen(shell_escape_chars, lowerHalf);
     std::string escaped;
     escaped.reserve(text.size());
     for (const char c : text) {

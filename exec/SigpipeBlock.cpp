@@ -3,6 +3,9 @@
 #include <cerrno>
 #include <ctime>
 
+namespace zelto
+{
+
 namespace
 {
 
@@ -49,3 +52,5 @@ void SigpipeBlock::discardOwn() const noexcept
     }
     errno = error;
 }
+
+} // namespace zelto

@@ -2,6 +2,9 @@
 
 #include <csignal>
 
+namespace zelto
+{
+
 /// Keeps SIGPIPE from this thread for as long as the object lives: writing without a reader is then
 /// an error of the call alone. Only the mask is used, and it is put back; to ignore the signal
 /// would reach into the whole process and into the programs that it starts.
@@ -21,3 +24,5 @@ private:
     sigset_t maskBefore_{};
     bool pendingBefore_ = false;
 };
+
+} // namespace zelto

@@ -31,6 +31,7 @@ public:
     static constexpr std::size_t limit = 100;
 
     /// No words at all; to execute that fails.
+    /// @throw std::bad_alloc without the memory for it.
     TEArgs();
     /// Shares the words of another.
     TEArgs(const TEArgs& other) noexcept;
@@ -42,16 +43,19 @@ public:
     /// @return the object itself, so that calls can be chained.
     /// @throw std::invalid_argument for null.
     /// @throw TOverflow when there are 100 words already; nothing has changed then.
+    /// @throw std::bad_alloc without the memory for it.
     TEArgs& add(const char* word);
 
     /// Appends a word. It is kept whole, but what is executed ends at its first NUL.
     /// @return the object itself, so that calls can be chained.
     /// @throw TOverflow when there are 100 words already; nothing has changed then.
+    /// @throw std::bad_alloc without the memory for it.
     TEArgs& add(const std::string& word);
 
     /// Appends all words of another, which may be this object itself, in their order.
     /// @return the object itself, so that calls can be chained.
     /// @throw TOverflow when both together have more than 100 words; nothing has changed then.
+    /// @throw std::bad_alloc without the memory for it.
     TEArgs& add(const TEArgs& other);
 
     /// One word, counted from 0. It stays where it is until this object is changed or gone.

@@ -46,8 +46,11 @@ public:
     ///
     /// Steps: `beforeFork`; everything that waits for the process's standard output and error is
     /// written out; fork(2). In the parent `inParent`, then waitpid(2). In the child `inChild`,
-    /// `beforeExec`, then execvp(3) or execv(3). Without the fork flag only `beforeExec` and the
-    /// execution. What a preparation throws passes through.
+    /// `beforeExec`, then execvp(3) or execv(3). What a preparation throws passes through.
+    ///
+    /// Without the fork flag there are only `beforeExec` and the execution. What waits for a
+    /// stream of the standard library is then not written and is lost with the process: flush
+    /// before.
     ///
     /// @return the process id of the child and
     ///         - its exit code, 0 to 255, after waiting for it, or -1 when a signal ended it;
@@ -60,6 +63,8 @@ public:
     ///        waitpid(2) failed, also when a signal interrupted it (EINTR) or somebody else had
     ///        waited before (ECHILD), in which case nothing is known of the child; and, in the
     ///        process that was to be replaced, when the program could not be executed.
+    /// @throw std::bad_alloc, in the process that was to be replaced, without the memory for copies
+    ///        of the words.
     std::pair<int, int> run() const;
 
     /// The program and its arguments.
@@ -86,7 +91,7 @@ private:
 class ZELTO_API TExec::TPrepare
 {
 public:
-    virtual ~TPrepare();
+    virtual ~TPrepare() = 0;
 
     /// In the parent, before fork(2).
     virtual void beforeFork(const TExec& exec);

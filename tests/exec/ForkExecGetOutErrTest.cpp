@@ -15,6 +15,8 @@
 namespace
 {
 
+constexpr size_t beyondAPipe = 307200;
+
 /// Lines that tell where they stand, so that a lost or doubled part shows.
 std::string numberedLines(size_t size)
 {
@@ -64,7 +66,7 @@ TEST_F(ForkExecvGetOutErr, PassesEveryByteValueBothWays)
 
 TEST_F(ForkExecvGetOutErr, ServesAllThreeStreamsBeyondWhatAPipeHolds)
 {
-    const std::string text = numberedLines(300 * 1024);
+    const std::string text = numberedLines(beyondAPipe);
     input_ = text;
     EXPECT_EQ(shell("tee /dev/stderr"), 0);
     EXPECT_EQ(input_, "");
@@ -74,7 +76,7 @@ TEST_F(ForkExecvGetOutErr, ServesAllThreeStreamsBeyondWhatAPipeHolds)
 
 TEST_F(ForkExecvGetOutErr, CollectsFromAProgramThatWritesALotBeforeItReads)
 {
-    input_ = std::string(300 * 1024, 'i');
+    input_ = std::string(beyondAPipe, 'i');
     EXPECT_EQ(shell("head -c 300000 /dev/zero; head -c 300000 /dev/zero >&2; wc -c"), 0);
     EXPECT_EQ(output_, std::string(300000, '\0') + "307200\n");
     EXPECT_EQ(error_, std::string(300000, '\0'));
@@ -82,7 +84,7 @@ TEST_F(ForkExecvGetOutErr, CollectsFromAProgramThatWritesALotBeforeItReads)
 
 TEST_F(ForkExecvGetOutErr, FeedsAProgramThatHasClosedItsOutput)
 {
-    input_ = std::string(300 * 1024, 'i');
+    input_ = std::string(beyondAPipe, 'i');
     EXPECT_EQ(shell("exec >&- 2>&-; wc -c >/srv/count"), 0);
     EXPECT_EQ(contentOf("/srv/count"), "307200\n");
     EXPECT_EQ(input_, "");
@@ -232,7 +234,7 @@ TEST_F(ForkExecvGetOutErr, TakesDescriptorsAboveTheSizeOfAnFdSet)
         for (int last = 0; last != -1 && last < 1500;) {
             last = dup(STDIN_FILENO);
         }
-        std::string input = numberedLines(300 * 1024);
+        std::string input = numberedLines(beyondAPipe);
         const std::string text = input;
         std::string output;
         std::string error;

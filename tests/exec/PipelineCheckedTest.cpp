@@ -242,11 +242,13 @@ TEST_F(CheckedRun, EndsAnEndlessEarlierCommandWithItsReader)
 
 TEST_F(CheckedRun, RunsInChildrenWhateverTheFlags)
 {
-    EXPECT_EQ(runChecked({TExec(words({"/bin/echo", "o"}), nullptr, 0)}).output, "o\n");
-    EXPECT_EQ(
-        runChecked({TExec(words({"/bin/true"}), nullptr, 0), TExec(words({"echo", "o"}))}).output,
-        "o\n");
-    EXPECT_TRUE(hasNoChildren());
+    const Outcome outcome = inChild([] { // which a program without a child would replace
+        const Checked one = runChecked({TExec(words({"/bin/echo", "o"}), nullptr, 0)});
+        const Checked two =
+            runChecked({TExec(words({"/bin/true"}), nullptr, 0), TExec(words({"/bin/echo", "o"}))});
+        _exit(one.output == "o\n" && two.output == "o\n" && hasNoChildren() ? 7 : 1);
+    });
+    EXPECT_EQ(outcome.status, 7);
 }
 
 TEST_F(CheckedRun, LooksAtPathOnlyWithThatFlag)

@@ -10,6 +10,7 @@
 #include <string>
 #include <sys/prctl.h>
 #include <unistd.h>
+#include <vector>
 
 #include "exec/TReadOut.h"
 #include "exec/TUnionPrep.h"
@@ -50,9 +51,9 @@ std::string throughCat(const std::string& text)
     return arrived;
 }
 
-int childrenOf(pid_t parent)
+std::vector<pid_t> childrenOf(pid_t parent)
 {
-    int count = 0;
+    std::vector<pid_t> children;
     for (const auto& entry : std::filesystem::directory_iterator("/proc")) {
         std::ifstream file(entry.path() / "stat");
         std::string pid;
@@ -60,10 +61,10 @@ int childrenOf(pid_t parent)
         std::string state;
         pid_t above = 0;
         if (file >> pid >> name >> state >> above && above == parent) {
-            ++count;
+            children.push_back(std::stoi(pid));
         }
     }
-    return count;
+    return children;
 }
 
 /// Runs a program that reads nothing and returns how the helper ended, which comes to this process
@@ -139,11 +140,32 @@ TEST_F(TReadFromStrOf, TheHelperIsAChildOfTheProgram)
     const pid_t pid = TExec(words({"/bin/cat"}), &both, TExec::fork).run().first;
     char byte = 0;
     EXPECT_EQ(read(output->readEnd(), &byte, 1), 1); // both are at work, and stuck without a reader
-    EXPECT_EQ(childrenOf(pid), 1);
-    EXPECT_EQ(childrenOf(getpid()), 1);
+    EXPECT_EQ(childrenOf(pid).size(), 1U);
+    EXPECT_EQ(childrenOf(getpid()), std::vector<pid_t>{pid});
     EXPECT_EQ(readAll(output->readEnd()).size(), large - 1);
     EXPECT_EQ(waitpid(-1, nullptr, 0), pid);
     EXPECT_TRUE(hasNoChildren());
+}
+
+TEST_F(TReadFromStrOf, TheHelperWritesTheRestAfterASignalHasCutItsWritingShort)
+{
+    struct sigaction action {
+    };
+    struct sigaction before {
+    };
+    action.sa_handler = [](int) {}; // without SA_RESTART
+    sigaction(SIGUSR1, &action, &before);
+    const auto output = std::make_shared<TReadOut>();
+    TUnionPrep both(output, std::make_shared<TReadFromStr>(std::string(large, 'x')));
+    const pid_t pid = TExec(words({"/bin/cat"}), &both, TExec::fork).run().first;
+    sigaction(SIGUSR1, &before, nullptr);
+    char byte = 0;
+    EXPECT_EQ(read(output->readEnd(), &byte, 1), 1); // the helper is in its first write, and stuck
+    for (const pid_t helper : childrenOf(pid)) {
+        EXPECT_EQ(kill(helper, SIGUSR1), 0);
+    }
+    EXPECT_EQ(readAll(output->readEnd()).size(), large - 1);
+    EXPECT_EQ(statusWordOf(pid), 0);
 }
 
 TEST_F(TReadFromStrOf, TheHelperIsEndedByTheSignalWhenNobodyReads)

@@ -58,8 +58,8 @@ Words everyByte()
     Words words;
     for (int value = 1; value < 256; ++value) {
         const std::string byte(1, static_cast<char>(value));
-        words.insert(
-            words.end(), {byte, byte + byte + byte, byte + "ab", "a" + byte + "b", "ab" + byte});
+        words.insert(words.end(),
+            {byte, std::string(3, byte[0]), byte + "ab", "a" + byte + "b", "ab" + byte});
     }
     return words;
 }

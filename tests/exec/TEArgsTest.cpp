@@ -9,8 +9,8 @@
 #include <unistd.h>
 #include <utility>
 
-#include "tests/lib/FailingNew.h"
 #include "tests/exec/Commands.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Process.h"
 
 using zelto::sys::TEArgs;
