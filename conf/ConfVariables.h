@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/Api.h"
+
 /// The known settings, addressed by a fixed index. The first and the last are sentinels that
 /// bound the table.
 enum ConfVariable : int {
@@ -41,7 +43,7 @@ constexpr int confVariableCount = MAX_POSSIBLE_KVO_CONF_VAR + 1;
 
 /// Name of a known setting as it stands in the configuration file. An index outside the table
 /// counts as the nearest sentinel.
-const char* confVariableName(int index);
+ZELTO_API const char* confVariableName(int index);
 
 /// Compile-time default of a known setting; the same rule for an index outside the table.
-const char* confVariableDefault(int index);
+ZELTO_API const char* confVariableDefault(int index);

@@ -3,14 +3,22 @@
 #include <unistd.h>
 #include <utility>
 
+#include "support/Api.h"
+
 /// A file descriptor that is closed when its owner goes; -1 means none. Closing keeps `errno`, so
 /// that the error of the call that led here can still be reported.
-class Descriptor
+class ZELTO_API Descriptor
 {
 public:
     Descriptor() = default;
+
+    /// Takes a descriptor over.
     explicit Descriptor(int fd) noexcept : fd_(fd) {}
+
+    /// Takes over what another one holds, which then holds none.
     Descriptor(Descriptor&& from) noexcept : fd_(from.release()) {}
+
+    /// Closes the descriptor held and takes over what another one holds.
     Descriptor& operator=(Descriptor&& from) noexcept
     {
         if (this != &from) {
@@ -20,7 +28,10 @@ public:
     }
     ~Descriptor() { reset(); }
 
+    /// The descriptor, which stays this object's; -1 if there is none.
     [[nodiscard]] int get() const noexcept { return fd_; }
+
+    /// Whether there is one.
     explicit operator bool() const noexcept { return fd_ >= 0; }
 
     /// Gives the descriptor up without closing it.

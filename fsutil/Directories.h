@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include "support/Api.h"
+
 /// @file
 /// Single directories: making them with an owner and a mode, renaming them, comparing them.
 ///
@@ -16,7 +18,7 @@
 /// link) counts as done. An older `errno` is forgotten; after a success it may be EEXIST or ENOENT.
 /// Reports: "ERROR: Unable to mkdir %s: %s\n", "ERROR: Unable to chown %s: %s\n",
 /// "ERROR: Unable to chmod %s: %s\n"; what was done before the failure stays.
-int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode);
+ZELTO_API int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode);
 
 /// Makes a directory and its missing parents, all with this owner and group. The mode goes through
 /// mkdir(2): the umask cuts it, and a set-group-id parent adds its bit. Parents get only the
@@ -25,14 +27,16 @@ int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode);
 /// Whatever exists at any level, even a file, is left alone. A failed chown(2) is reported as
 /// "Cannot chown %s: %s" and the work goes on.
 ///
-/// @param path cut at its slashes while the work lasts, whole again afterwards.
+/// @param path  cut at its slashes while the work lasts, whole again afterwards.
+/// @param owner,group of the directories that are made.
+/// @param mode  as mkdir(2) has it.
 /// @return always 0. What cannot be made ends the process with status 1 and
 ///         "Cannot create directory %s: %s" naming the level that failed.
-int makeDirectoryPath(char* path, uid_t owner, gid_t group, mode_t mode);
+ZELTO_API int makeDirectoryPath(char* path, uid_t owner, gid_t group, mode_t mode);
 
 /// As makeDirectoryPath(), working on a copy of the path; without memory for it, see
 /// allocatingFormatter().
-int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mode);
+ZELTO_API int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mode);
 
 /// Renames a directory without ever replacing anything that stat(2) can see.
 ///
@@ -40,7 +44,7 @@ int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mod
 /// refusal "Directory rename error: target directory %s already exists.\n" follows no failed call,
 /// so it shows the `errno` that was pending before. A failed rename(2) is
 /// "Remaming %s to %s failed: %s\n".
-int renameDirectory(const char* oldPath, const char* newPath);
+ZELTO_API int renameDirectory(const char* oldPath, const char* newPath);
 
 /// Whether a directory lies below another, by their resolved names. A symbolic link is no
 /// directory here unless a slash follows it, and no directory lies below itself or below "/".
@@ -48,4 +52,4 @@ int renameDirectory(const char* oldPath, const char* newPath);
 /// The process visits both directories and comes back. A relative parent is looked up from inside
 /// the path, so give absolute names.
 /// @return 1 or 0; a directory whose name cannot be told gives 0. Reports nothing.
-int isSubdirectory(const char* path, const char* parent);
+ZELTO_API int isSubdirectory(const char* path, const char* parent);

@@ -3,6 +3,8 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "support/Api.h"
+
 /// @file
 /// Small files and streams.
 ///
@@ -11,7 +13,7 @@
 
 /// Closes a stream, which is gone afterwards in any case.
 /// @return what fclose(3) returned; a failure is reported as "Unable to close the file: %s\n".
-int closeStream(FILE* stream);
+ZELTO_API int closeStream(FILE* stream);
 
 /// Reads the first line of a file without the whitespace around it.
 ///
@@ -21,20 +23,23 @@ int closeStream(FILE* stream);
 /// "The buffer too short\n" for a line that, with its terminator, does not fit. After a report
 /// the destination is as it was.
 ///
-/// @param size bytes of the destination, all of which are written on success.
-int readFirstLine(char* destination, size_t size, const char* path);
+/// @param destination where the line goes, with a terminator.
+/// @param size        bytes of the destination, all of which are written on success.
+/// @param path        the file.
+ZELTO_API int readFirstLine(char* destination, size_t size, const char* path);
 
 /// Finds the first path of a null-terminated list that stat(2) can see; every miss before it sets
 /// `errno` to 0. Reports nothing.
 /// @param found the entry of the list, or null if there is none.
+/// @param paths the list.
 /// @return 1 if there is one, else 0.
-int firstExistingPath(const char** found, const char* const* paths);
+ZELTO_API int firstExistingPath(const char** found, const char* const* paths);
 
 /// Makes an empty file with mode 0644, cut by the umask; what a file that exists holds and is
 /// stays as it is. Only a failed open(2) is a failure, "Unable to create file %s: %s": nothing was
 /// written that a failed close(2) could lose.
-int createFile(const char* path);
+ZELTO_API int createFile(const char* path);
 
 /// As createFile(), but a file that exists is emptied, and the report is
 /// "Unable to truncate or create file %s: %s".
-int truncateOrCreateFile(const char* path);
+ZELTO_API int truncateOrCreateFile(const char* path);

@@ -2,6 +2,8 @@
 
 #include <sys/types.h>
 
+#include "support/Api.h"
+
 /// @file
 /// Owner, group and mode of one existing path. A symbolic link at its end is followed.
 ///
@@ -13,12 +15,12 @@
 ///
 /// "ERROR: unable to chown %s: %s\n" leaves everything as it was; after
 /// "ERROR: unable to chmod %s: %s\n" owner and group are changed and the mode is not.
-int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode);
+ZELTO_API int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode);
 
 /// As setOwnerAndMode() with the user and the primary group of an account. An account that does
 /// not exist is "user %s not found", and nothing is changed.
-int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode);
+ZELTO_API int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode);
 
 /// As setOwnerAndMode(), unless stat(2) fails on the path for whatever reason: then nothing
 /// happens and the result is 0. An older `errno` is forgotten.
-int setOwnerAndModeIfPresent(const char* path, uid_t owner, gid_t group, mode_t mode);
+ZELTO_API int setOwnerAndModeIfPresent(const char* path, uid_t owner, gid_t group, mode_t mode);

@@ -2,12 +2,16 @@
 
 #include <sys/types.h>
 
+#include "support/Api.h"
+
 /// @file
 /// Change the owner of, change the mode of, or remove a whole directory tree.
 ///
 /// All walk depth first, contents before the directory that holds them, and never follow a
-/// symbolic link; see TreeWalk.h for what that means while the tree's owner works against it.
-/// Depth costs neither stack nor descriptors, and width costs no memory.
+/// symbolic link. The tree may belong to a user who works against the walk: a directory is entered
+/// only through a descriptor that was opened without following, so that an entry exchanged before
+/// its turn makes its step fail, or is itself what the step acts on. Depth costs neither stack nor
+/// descriptors, and width costs no memory.
 ///
 /// Every failure ends the process through the fatal logger with exit status 1, in the words of the
 /// failed step, the entry's bare name (the path as given for the top) and the text of the error;
@@ -24,23 +28,26 @@
 /// the set-id bits of files whose owner is set, also to the same one (chown(2)).
 /// Adds "Unable to get entry" (the path does not exist), "Unable to chown directory entry" and
 /// "Unable to chown dir".
-/// @param owner,group  -1 leaves the id unchanged.
-/// @param includeTop   0: a directory named by the path keeps its own owner and group.
-void changeOwnerOfTree(const char* path, uid_t owner, gid_t group, int includeTop);
+/// @param path        absolute, or relative to the current directory.
+/// @param owner,group -1 leaves the id unchanged.
+/// @param includeTop  0: a directory named by the path keeps its own owner and group.
+ZELTO_API void changeOwnerOfTree(const char* path, uid_t owner, gid_t group, int includeTop);
 
 /// Changes the mode of every regular file and directory below a path; the same shape as
 /// changeOwnerOfTree(). Adds "Unable to get entry", "Unable to chmod entry" (the path is a file),
 /// "Unable to chmod directory entry" and "Unable to chmod dir".
-void changeModeOfTree(const char* path, mode_t fileMode, mode_t directoryMode, int includeTop);
+ZELTO_API void changeModeOfTree(
+    const char* path, mode_t fileMode, mode_t directoryMode, int includeTop);
 
 /// First changeOwnerOfTree(), then changeModeOfTree(), so that the modes are as given in the end.
 /// @return 0.
-int changeOwnerAndModeOfTree(const char* path, uid_t owner, gid_t group, mode_t fileMode,
+ZELTO_API int changeOwnerAndModeOfTree(const char* path, uid_t owner, gid_t group, mode_t fileMode,
     mode_t directoryMode, int includeTop);
 
 /// Removes everything below a path, of whatever type. A path that does not exist is removed
 /// already; a symbolic link or a regular file is itself unlinked. A step that finds its entry gone
 /// counts as done. Adds "Unable to unlink entry" (the path is a link or a file), "Unable to unlink
 /// directory entry" and "Unable to remove dir".
+/// @param path      absolute, or relative to the current directory.
 /// @param removeTop 0: the directory named by the path stays, emptied.
-void removeTree(const char* path, int removeTop);
+ZELTO_API void removeTree(const char* path, int removeTop);

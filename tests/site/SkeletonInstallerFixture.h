@@ -4,8 +4,8 @@
 
 #include "site/SkeletonInstaller.h"
 #include "tests/lib/Faults.h"
-#include "tests/lib/World.h"
 #include "tests/lib/StandardErrorCapture.h"
+#include "tests/lib/World.h"
 
 /// The subdomain "shop" of "example.test" exists and is empty, and so is the skeleton of client 7.
 /// "/srv/web" and "/srv/cgi" are to be the document root and the CGI directory.
