@@ -6,8 +6,8 @@
 
 #include "conf/ConfParser.h"
 #include "conf/PluggableLog.h"
-#include "tests/lib/FailingNew.h"
 #include "tests/conf/RecordedLog.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Faults.h"
 #include "tests/lib/World.h"
 

@@ -4,8 +4,8 @@
 #include <string>
 
 #include "conf/ConfStore.h"
-#include "tests/lib/FailingNew.h"
 #include "tests/conf/RecordedLog.h"
+#include "tests/lib/FailingNew.h"
 #include "tests/lib/Faults.h"
 
 namespace

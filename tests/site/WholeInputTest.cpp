@@ -91,9 +91,9 @@ TEST_F(WholeInput, MayBeLargerThanOneReading)
 TEST_F(WholeInput, IsReadUpToTheLimitAndNoFurther)
 {
     send("abcdef");
-    EXPECT_EQ(readUpTo(4), "abcd");
+    EXPECT_EQ(readUpTo(2), "ab");
     EXPECT_EQ(readUpTo(0), "");
-    EXPECT_EQ(readUpTo(2), "ef");
+    EXPECT_EQ(readUpTo(4), "cdef");
 }
 
 TEST_F(WholeInput, GoesOnAfterASignal)
