@@ -57,8 +57,10 @@ TEST_F(CloseDescriptors, ClosesNothingWhereNoDescriptorIsAllowed)
 {
     const Outcome outcome = inChild([] {
         bool passed = dup2(0, 3) == 3;
-        const rlimit none{};
-        passed = passed && setrlimit(RLIMIT_NOFILE, &none) == 0;
+        rlimit limit{};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = 0;
+        passed = passed && setrlimit(RLIMIT_NOFILE, &limit) == 0;
         zelto::closeDescriptorsFrom(3);
         _exit(passed && isOpen(3) ? 0 : 1);
     });

@@ -143,15 +143,6 @@ TEST_F(FailedChild, SkipsTheExitHandlersOfTheCaller)
     EXPECT_EQ(outcome.err, "Unexpected error: No such file or directory\nat exit\n");
 }
 
-TEST_F(FailedChild, EndsWithoutTheExitHandlersOfTheCaller)
-{
-    const Outcome outcome = inChild([] {
-        (void)std::atexit([] { (void)!write(2, "exit\n", 5); });
-        runChecked(words({"/no/such/program"}));
-    });
-    EXPECT_EQ(outcome.err, "Unexpected error: No such file or directory\nexit\n");
-}
-
 TEST_F(FailedStart, OfTheOnlyCommandIsThrown)
 {
     const size_t before = openDescriptors();
@@ -200,23 +191,6 @@ TEST_F(FailedStart, WaitsForAnEarlierCommandThatHasEnded)
     faults::fail("fork", EAGAIN, 2);
     const Checked checked = runChecked({TExec(words({"true"})), TExec(words({"true"}), &prepare)});
     EXPECT_EQ(checked.failure, "Resource temporarily unavailable");
-    EXPECT_TRUE(hasNoChildren());
-}
-
-TEST_F(FailedStart, WaitsForTheEarlierCommandsThatHaveEnded)
-{
-    class Awaiting : public TExec::TPrepare
-    {
-        void beforeFork(const TExec& /*exec*/) override
-        {
-            siginfo_t ended{};
-            waitid(P_ALL, 0, &ended, WEXITED | WNOWAIT);
-        }
-    };
-    Awaiting awaiting;
-    faults::fail("fork", EAGAIN, 2);
-    EXPECT_EQ(runChecked({TExec(words({"true"})), TExec(words({"true"}), &awaiting)}).failure,
-        "Resource temporarily unavailable");
     EXPECT_TRUE(hasNoChildren());
 }
 
