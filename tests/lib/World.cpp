@@ -1,5 +1,6 @@
 #include "tests/lib/World.h"
 
+#include <cstdlib>
 #include <sstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -17,7 +18,9 @@ World::World() : etc_("/etc"), srv_("/srv"), umask_(umask(022))
 
 World::~World()
 {
-    (void)chdir("/");
+    if (chdir("/") != 0) {
+        std::abort();
+    }
     (void)umask(umask_);
 }
 
