@@ -91,6 +91,7 @@ TEST_F(WholeInput, MayBeLargerThanOneReading)
 TEST_F(WholeInput, IsReadUpToTheLimitAndNoFurther)
 {
     send("abcdef");
+    finishWriting();
     EXPECT_EQ(readUpTo(2), "ab");
     EXPECT_EQ(readUpTo(0), "");
     EXPECT_EQ(readUpTo(4), "cdef");
