@@ -1,10 +1,9 @@
 #include "exec/DescriptorStrings.h"
 
-#include <cerrno>
-#include <unistd.h>
+#include <cstddef>
 
 #include "exec/FrontWriter.h"
-#include "support/SystemError.h"
+#include "exec/ReadAvailable.h"
 
 void writeToString(int fd, std::string& data)
 {
@@ -13,18 +12,6 @@ void writeToString(int fd, std::string& data)
 
 bool readToString(int fd, std::string& out)
 {
-    char chunk[4096];
-    for (;;) {
-        const ssize_t count = read(fd, chunk, sizeof chunk);
-        if (count == 0) {
-            return false;
-        }
-        if (count > 0) {
-            out.append(chunk, static_cast<size_t>(count));
-        } else if (errno == EAGAIN) {
-            return true;
-        } else if (errno != EINTR) {
-            zelto::throwSystemError("readToString failed", errno);
-        }
-    }
+    constexpr std::size_t atOnce = 4096;
+    return zelto::readAvailable(fd, out, atOnce, std::string::npos);
 }

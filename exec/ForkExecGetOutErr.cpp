@@ -13,6 +13,7 @@
 #include "exec/DescriptorSet.h"
 #include "exec/ForkExec.h"
 #include "exec/FrontWriter.h"
+#include "exec/ReadAvailable.h"
 #include "fsutil/Descriptor.h"
 #include "support/SystemError.h"
 
@@ -134,7 +135,9 @@ private:
 
     void collect(Descriptor& end, std::string& text)
     {
-        if (end.get() > 0 && readable_.has(end.get()) && !readToString(end.get(), text)) {
+        constexpr std::size_t longText = 1U << 20U;
+        if (end.get() > 0 && readable_.has(end.get()) &&
+            !zelto::readAvailable(end.get(), text, zelto::mostReadAtOnce, longText)) {
             end.reset();
         }
     }

@@ -1,13 +1,16 @@
 #include "front/CreateSubdomain.h"
 
-#include <sys/stat.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include "conf/FatalLogger.h"
 #include "front/SubdomainPath.h"
 #include "fsutil/Accounts.h"
+#include "fsutil/Descriptor.h"
 #include "fsutil/Directories.h"
+#include "fsutil/HeldFile.h"
 #include "fsutil/TreeWalkers.h"
+#include "fsutil/TrustedPath.h"
 #include "site/SkeletonInstaller.h"
 
 namespace
@@ -32,12 +35,28 @@ Ids lookUpIds(const char* user)
     return ids;
 }
 
+/// Gives what the path names this owner, group and mode: 0, or -1 with `errno`.
+int takeOver(const char* path, uid_t owner, gid_t group, mode_t mode)
+{
+    const Descriptor file = openTrusted(path, O_PATH);
+    return file && changeOwnerOfHeld(file.get(), owner, group) == 0
+               ? changeModeOfHeld(file.get(), mode)
+               : -1;
+}
+
+/// Goes where the path leads: 0, or -1 with `errno`.
+int enter(const char* path)
+{
+    const Descriptor directory = openTrusted(path, heldDirectory);
+    return directory ? fchdir(directory.get()) : -1;
+}
+
 /// Makes a directory that the user works in, wherever it lies, and hands its content over.
 int prepareContentDirectory(const char* path, const Ids& ids)
 {
     constexpr mode_t mode = 0750;
     if (makeDirectoryPathCopy(path, ids.user, ids.kvoserv, mode) != 0 ||
-        chown(path, ids.user, ids.kvoserv) != 0 || chmod(path, mode) != 0) {
+        takeOver(path, ids.user, ids.kvoserv, mode) != 0) {
         fatalLogger(0, 1, "Unable to create and set permissions for %s", path);
         return -1;
     }
@@ -99,7 +118,7 @@ int createSubdomain(const char* domain, const char* subdomain, const char* user,
         fatalLogger(0, 1, "Unable to setup skeleton on subdomain '%s.%s'", subdomain, domain);
         return -1;
     }
-    if (chdir(directory.text) != 0) {
+    if (enter(directory.text) != 0) {
         fatalLogger(0, 1, "ERROR: Unable to change directory to %s", directory.text);
         return -1;
     }

@@ -5,6 +5,7 @@
 
 int renameSubdomain(const char* domain, const char* oldName, const char* newName)
 {
-    return renameDirectory(
-        subdomainPath(domain, oldName).text, subdomainPath(domain, newName).text);
+    const FixedPath from = subdomainPath(domain, oldName, "old-name");
+    const FixedPath to = subdomainPath(domain, newName, "new-name");
+    return renameDirectory(from.text, to.text);
 }

@@ -1,10 +1,14 @@
 #include "front/SubdomainPath.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <string_view>
 
 #include "conf/ConfVariables.h"
 #include "conf/Configuration.h"
+#include "front/NameChecks.h"
 
 namespace
 {
@@ -21,11 +25,39 @@ namespace
     return path;
 }
 
+/// Whether the system takes a path at all: no component is too long.
+bool canExist(std::string_view path)
+{
+    while (!path.empty()) {
+        const size_t length = std::min(path.find('/'), path.size());
+        if (length > NAME_MAX) {
+            return false;
+        }
+        path.remove_prefix(std::min(length + 1, path.size()));
+    }
+    return true;
+}
+
+/// What is left of a path that was cut may name more than was meant: the directory of all
+/// subdomains, or a whole domain.
+/// @param before the length of what stands before the subdomain's name.
+void checkRest(std::string_view path, size_t before, const char* parameter)
+{
+    const bool isNothing = before >= path.size();
+    if ((isNothing || leadsOut(path.substr(before))) && canExist(path)) {
+        refuseParameter(isNothing ? "vhost-name" : parameter);
+    }
+}
+
 } // namespace
 
-FixedPath subdomainPath(const char* domain, const char* subdomain)
+FixedPath subdomainPath(const char* domain, const char* subdomain, const char* parameter)
 {
-    return formatted("%s/%s/subdomains/%s", variableByIndex(HTTPD_VHOSTS_D), domain, subdomain);
+    const char* root = variableByIndex(HTTPD_VHOSTS_D);
+    const FixedPath path = formatted("%s/%s/subdomains/%s", root, domain, subdomain);
+    const size_t before = std::strlen(root) + std::strlen(domain) + std::strlen("//subdomains/");
+    checkRest(path.text, before, parameter);
+    return path;
 }
 
 FixedPath pathInside(const FixedPath& directory, const char* name)

@@ -8,7 +8,12 @@ struct FixedPath {
 };
 
 /// "<virtual-hosts root>/<domain>/subdomains/<subdomain>"; the root comes from the configuration.
-FixedPath subdomainPath(const char* domain, const char* subdomain);
+///
+/// Should what is left of a path that was cut name something else than a subdomain, the parameter
+/// is refused (see NameChecks.h).
+/// @param parameter the one that the subdomain's name came with.
+FixedPath subdomainPath(
+    const char* domain, const char* subdomain, const char* parameter = "subdomain-name");
 
 /// "<directory>/<name>".
 FixedPath pathInside(const FixedPath& directory, const char* name);

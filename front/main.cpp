@@ -1,3 +1,5 @@
+#include <csignal>
+
 #include "conf/Configuration.h"
 #include "conf/FatalLogger.h"
 #include "conf/ProgramName.h"
@@ -5,6 +7,7 @@
 #include "front/ChangeSubdomainUser.h"
 #include "front/CommandLine.h"
 #include "front/CreateSubdomain.h"
+#include "front/NameChecks.h"
 #include "front/RemoveSubdomain.h"
 #include "front/RenameSubdomain.h"
 #include "front/StandardDescriptors.h"
@@ -40,12 +43,15 @@ int runOperation(const CommandLine& line)
 int main(int argc, char** argv)
 {
     openMissingStandardDescriptors();
+    // A limit on the size of files is an error of the write that meets it.
+    (void)std::signal(SIGXFSZ, SIG_IGN);
     PROGNAME = argv[0];
     installTerminateHandler();
 
     CommandLine line;
     parseCommandLine(argc, argv, line);
     checkRequiredParameters(line);
+    checkNames(line);
     (void)loadConfiguration(); // without the file every setting has its default
     return runOperation(line);
 }

@@ -9,11 +9,11 @@
 namespace
 {
 
-// Not wrapped by every C library that we run on, and not known to every kernel's headers.
+// Not known to every kernel's headers.
 #ifdef SYS_fchmodat2
-constexpr long fchmodat2 = SYS_fchmodat2;
+constexpr long number = SYS_fchmodat2;
 #else
-constexpr long fchmodat2 = 452;
+constexpr long number = 452;
 #endif
 
 /// Whether the kernel turned out not to have the call.
@@ -21,20 +21,26 @@ constinit bool missing = false;
 
 } // namespace
 
+int fchmodAt2(int directory, const char* name, mode_t mode, int flags)
+{
+    if (missing) {
+        errno = ENOSYS;
+        return -1;
+    }
+    const long result = syscall(number, directory, name, mode, flags);
+    missing = result != 0 && errno == ENOSYS;
+    return static_cast<int>(result);
+}
+
 int chmodNoFollow(int directory, const char* name, mode_t mode)
 {
-    if (!missing) {
-        const int error = errno;
-        if (syscall(fchmodat2, directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0) {
-            return 0;
-        }
-        // EPERM is either the truth or a filter's way to say that it does not know the call; the
-        // other way will tell.
-        if (errno != ENOSYS && errno != EPERM) {
-            return -1;
-        }
-        missing = errno == ENOSYS;
-        errno = error;
+    const int error = errno;
+    if (fchmodAt2(directory, name, mode, AT_SYMLINK_NOFOLLOW) == 0) {
+        return 0;
     }
+    if (errno != ENOSYS && errno != EPERM) {
+        return -1;
+    }
+    errno = error;
     return fchmodat(directory, name, mode, AT_SYMLINK_NOFOLLOW);
 }

@@ -1,9 +1,12 @@
 #include "fsutil/Directories.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <string>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +15,10 @@
 #include "conf/FatalLogger.h"
 #include "conf/FreeDeleter.h"
 #include "fsutil/Descriptor.h"
+#include "fsutil/HeldFile.h"
+#include "fsutil/NewDirectory.h"
+#include "fsutil/PinnedPath.h"
+#include "fsutil/TrustedPath.h"
 
 namespace
 {
@@ -60,34 +67,107 @@ void enterAndName(const char* path, DirectoryName& name)
     currentName(name);
 }
 
-/// One level of a directory path.
-void makeLevel(const char* path, uid_t owner, gid_t group, mode_t mode)
+/// The mode that mkdir(2) would give.
+mode_t cutByUmask(mode_t mode)
 {
-    if (mkdir(path, mode) != 0) {
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mode & (S_ISVTX | (0777 & ~mask));
+}
+
+struct Access {
+    uid_t owner;
+    gid_t group;
+    mode_t mode;
+};
+
+[[noreturn]] void failToCreate(const char* path)
+{
+    fatalLogger(1, 1, "Cannot create directory %s: %s", path, std::strerror(errno));
+    std::abort(); // never reached: the report ended the process
+}
+
+/// One level of a directory path, which must not lead to another place once its owner has got it:
+/// it is given back held. None: something stands there already.
+Descriptor makeLevel(const char* path, int parent, const char* name, const Access& access)
+{
+    NewDirectory made(parent, name, access.owner);
+    if (!made) {
         if (errno != EEXIST) {
-            fatalLogger(1, 1, "Cannot create directory %s: %s", path, std::strerror(errno));
+            failToCreate(path);
         }
-        return;
+        return {};
     }
-    if (chown(path, owner, group) != 0) {
+    if (made.giveOwner(access.group) != 0) {
         fatalLogger(0, 1, "Cannot chown %s: %s", path, std::strerror(errno));
     }
+    if (made.giveMode(cutByUmask(access.mode) | made.inheritedMode()) != 0) {
+        failToCreate(path);
+    }
+    return made.release();
 }
+
+/// Makes the levels of a path from the outermost inwards, in a loop: there may be thousands.
+class PathMaker
+{
+public:
+    PathMaker(const char* path, const Access& access)
+        : path_(path), access_(access),
+          way_(Descriptor(open(*path == '/' ? "/" : ".", heldDirectory)), TrustedWay::Above::asked,
+              TrustedWay::stepsBack(path))
+    {
+    }
+
+    /// @param name the last component of the path as it is cut at the moment.
+    void make(const char* name, mode_t mode)
+    {
+        // What the level before has found there needs to be a directory only now.
+        if (!found_.empty()) {
+            way_.take(found_);
+            found_.clear();
+        }
+        if (std::strlen(path_) >= PATH_MAX) {
+            errno = ENAMETOOLONG;
+            failToCreate(path_);
+        }
+        if (!way_.isOpen()) {
+            failToCreate(path_);
+        }
+        Descriptor made = makeLevel(path_, way_.here(), name, {access_.owner, access_.group, mode});
+        if (made) {
+            way_.enter(std::move(made));
+        } else {
+            found_ = name;
+        }
+    }
+
+private:
+    const char* path_;
+    Access access_;
+    TrustedWay way_;
+    std::string found_;
+};
 
 } // namespace
 
 int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode)
 {
     errno = 0;
-    if (mkdir(path, mode) != 0 && errno != EEXIST) {
+    const PinnedPath pinned(path);
+    if (!pinned.reached() ||
+        (mkdirat(pinned.directory(), pinned.name(), mode) != 0 && errno != EEXIST)) {
         fatalLogger(0, 1, "ERROR: Unable to mkdir %s: %s\n", path, std::strerror(errno));
         return -1;
     }
-    if (chown(path, owner, group) != 0 && errno != ENOENT) {
+    const Descriptor made = pinned.openTrusted(O_PATH);
+    if (!made && errno == ENOENT) {
+        return 0;
+    }
+    if (!made || changeOwnerOfHeld(made.get(), owner, group) != 0) {
         fatalLogger(0, 1, "ERROR: Unable to chown %s: %s\n", path, std::strerror(errno));
         return -1;
     }
-    if (chmod(path, mode) != 0 && errno != ENOENT) {
+    if (changeModeOfHeld(made.get(), mode) != 0) {
         fatalLogger(0, 1, "ERROR: Unable to chmod %s: %s\n", path, std::strerror(errno));
         return -1;
     }
@@ -96,14 +176,23 @@ int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t mode)
 
 int makeDirectoryPath(char* path, uid_t owner, gid_t group, mode_t mode)
 {
-    // From the outermost parent inwards, in a loop: a path may have thousands of levels.
-    char* slash = *path != '\0' ? std::strchr(path + 1, '/') : nullptr;
-    for (; slash != nullptr; slash = std::strchr(slash + 1, '/')) {
-        *slash = '\0';
-        makeLevel(path, owner, group, mode & 0777U);
-        *slash = '/';
+    PathMaker maker(path, {owner, group, mode});
+    if (*path == '\0') {
+        maker.make(path, mode);
     }
-    makeLevel(path, owner, group, mode);
+    for (char* name = path; name != nullptr && *name != '\0';) {
+        char* slash = std::strchr(name, '/');
+        if (slash == nullptr) {
+            maker.make(name, mode);
+            break;
+        }
+        *slash = '\0';
+        if (*name != '\0') {
+            maker.make(name, mode & 0777U);
+        }
+        *slash = '/';
+        name = slash + 1;
+    }
     return 0;
 }
 
@@ -123,7 +212,10 @@ int renameDirectory(const char* oldPath, const char* newPath)
         fatalLogger(0, 1, "Directory rename error: target directory %s already exists.\n", newPath);
         return -1;
     }
-    if (rename(oldPath, newPath) != 0) {
+    const PinnedPath from(oldPath);
+    const PinnedPath to(newPath);
+    if (!from.reached() || !to.reached() ||
+        renameat(from.directory(), from.name(), to.directory(), to.name()) != 0) {
         fatalLogger(0, 1, "Remaming %s to %s failed: %s\n", oldPath, newPath, std::strerror(errno));
         return -1;
     }

@@ -10,9 +10,13 @@
 /// Unless said otherwise the result is 0, or -1 after a report that does not end the process; the
 /// report of a failed call carries that call's error. An owner or a group of -1 leaves that id as
 /// it is.
+///
+/// A symbolic link on the way is followed if it belongs to root or to the process's own user;
+/// anybody else's is ELOOP. What is made is held by descriptor before its owner gets it.
 
 /// Makes one directory and gives it this owner and group and exactly this mode, whatever the
-/// umask. What already stands there, a file included, is taken over in the same way.
+/// umask. What already stands there, a file included, is taken over in the same way; a link that
+/// may not be followed is "Unable to chown".
 ///
 /// A path that is gone by the time its owner or mode is set (or never was, as behind a dangling
 /// link) counts as done. An older `errno` is forgotten; after a success it may be EEXIST or ENOENT.
@@ -24,8 +28,9 @@ ZELTO_API int makeDirectory(const char* path, uid_t owner, gid_t group, mode_t m
 /// mkdir(2): the umask cuts it, and a set-group-id parent adds its bit. Parents get only the
 /// permission bits (0777) of it.
 ///
-/// Whatever exists at any level, even a file, is left alone. A failed chown(2) is reported as
-/// "Cannot chown %s: %s" and the work goes on.
+/// Whatever exists at any level, even a file, is left alone, except for a level that an earlier run
+/// made and, killed, did not finish (see NewDirectory.h). A failed chown(2) is reported as "Cannot
+/// chown %s: %s" and the work goes on.
 ///
 /// @param path  cut at its slashes while the work lasts, whole again afterwards.
 /// @param owner,group of the directories that are made.
@@ -40,7 +45,8 @@ ZELTO_API int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, 
 
 /// Renames a directory without ever replacing anything that stat(2) can see.
 ///
-/// An old path that stat(2) cannot see is nothing to rename: 0, even if the new one exists. The
+/// An old path that stat(2) cannot see is nothing to rename: 0, even if the new one exists. What
+/// only looks follows every link; renaming does not. The
 /// refusal "Directory rename error: target directory %s already exists.\n" follows no failed call,
 /// so it shows the `errno` that was pending before. A failed rename(2) is
 /// "Remaming %s to %s failed: %s\n".

@@ -4,6 +4,7 @@
 #include <cinttypes>
 #include <cstdio>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -85,11 +86,35 @@ int createNameless(
     return linkNameless(file.get(), directory, name);
 }
 
-/// A file under a hidden name that nobody can foresee, removed unless it was moved to its place.
+constexpr const char* hiddenName = ".new-%016" PRIx64;
+using HiddenName = char[sizeof ".new-0123456789abcdef"];
+
+/// The hidden name that belongs to a name, so that what a killed run left is found again.
+void nameHidden(const char* name, HiddenName& hidden)
+{
+    uint64_t hash = 0xcbf29ce484222325; // FNV-1a
+    for (const char character : std::string_view(name)) {
+        hash = (hash ^ static_cast<unsigned char>(character)) * 0x100000001b3;
+    }
+    (void)std::snprintf(hidden, sizeof hidden, hiddenName, hash);
+}
+
+/// Whether a file under a hidden name was made by a run that is no more: it is this user's, and
+/// nobody holds the lock that a run keeps on its file.
+bool isLeftover(int directory, const char* hidden)
+{
+    const Descriptor file(
+        openat(directory, hidden, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status = {};
+    return file && fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) &&
+           status.st_uid == geteuid() && flock(file.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+/// A file under a hidden name, removed unless it was moved to its place.
 class TemporaryFile
 {
 public:
-    explicit TemporaryFile(int directory) : directory_(directory) { open(); }
+    TemporaryFile(int directory, const char* finalName) : directory_(directory) { open(finalName); }
     TemporaryFile(const TemporaryFile&) = delete;
     TemporaryFile& operator=(const TemporaryFile&) = delete;
     ~TemporaryFile() { remove(); }
@@ -101,33 +126,50 @@ public:
     int moveTo(const char* name);
 
 private:
-    void open();
+    void open(const char* finalName);
+    void create();
     void remove() noexcept;
 
     int directory_;
-    char name_[sizeof ".new-0123456789abcdef"] = "";
+    HiddenName name_ = "";
     bool named_ = false;
     Descriptor file_;
 };
 
-void TemporaryFile::open()
+void TemporaryFile::create()
 {
+    file_.reset(openat(
+        directory_, name_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinished));
+    named_ = static_cast<bool>(file_);
+    if (named_) {
+        (void)flock(file_.get(), LOCK_EX | LOCK_NB); // without locks there is no telling
+    }
+}
+
+/// Should the hidden name be taken by something else, one is tried that nobody can foresee.
+void TemporaryFile::open(const char* finalName)
+{
+    nameHidden(finalName, name_);
+    create();
+    if (!named_ && errno == EEXIST) {
+        if (isLeftover(directory_, name_)) {
+            (void)unlinkat(directory_, name_, 0);
+        }
+        create();
+    }
     constexpr int attempts = 100;
-    for (int i = 0; i < attempts; ++i) {
+    for (int i = 0; i < attempts && !named_ && errno == EEXIST; ++i) {
         uint64_t random = 0;
         if (getentropy(&random, sizeof random) != 0) {
             return;
         }
-        (void)std::snprintf(name_, sizeof name_, ".new-%016" PRIx64, random);
-        file_.reset(openat(
-            directory_, name_, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, unfinished));
-        named_ = static_cast<bool>(file_);
-        if (named_ || errno != EEXIST) {
-            return;
-        }
+        (void)std::snprintf(name_, sizeof name_, hiddenName, random);
+        create();
     }
-    // EEXIST would say that the final name is taken.
-    errno = EAGAIN;
+    if (!named_ && errno == EEXIST) {
+        // EEXIST would say that the final name is taken.
+        errno = EAGAIN;
+    }
 }
 
 int TemporaryFile::moveTo(const char* name)
@@ -154,7 +196,7 @@ void TemporaryFile::remove() noexcept
 int createUnderTemporaryName(
     int directory, const char* name, std::string_view content, mode_t mode, gid_t group)
 {
-    TemporaryFile file(directory);
+    TemporaryFile file(directory, name);
     if (!file || fill(file.get(), content, mode, group) != 0) {
         return -1;
     }
@@ -162,6 +204,20 @@ int createUnderTemporaryName(
 }
 
 } // namespace
+
+void removeLeftoverOf(int directory, const char* name)
+{
+    HiddenName hidden = "";
+    nameHidden(name, hidden);
+    struct stat status = {};
+    struct stat other = {};
+    if (fstatat(directory, hidden, &other, AT_SYMLINK_NOFOLLOW) == 0 &&
+        fstatat(directory, name, &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        status.st_ino == other.st_ino && status.st_dev == other.st_dev &&
+        isLeftover(directory, hidden)) {
+        (void)unlinkat(directory, hidden, 0);
+    }
+}
 
 int createWholeFile(
     int directory, const char* name, std::string_view content, mode_t mode, gid_t group)

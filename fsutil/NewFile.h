@@ -8,7 +8,8 @@
 ///
 /// The file is written while it has no name yet. Where the file system has no such files, or they
 /// cannot be given a name, it is written under a hidden name beside the final one; that name is
-/// gone whatever happens next, unless the process is killed.
+/// gone whatever happens next. If the process is killed, the next attempt to create the file
+/// removes it, or removeLeftoverOf() where that attempt finds the file in its place.
 ///
 /// @param directory an open directory (O_PATH suffices), or AT_FDCWD.
 /// @param name      a single component.
@@ -21,3 +22,7 @@
 ///         the file from being made or written.
 int createWholeFile(
     int directory, const char* name, std::string_view content, mode_t mode, gid_t group);
+
+/// Removes the hidden name that a killed run may have left to a file which has its own already: it
+/// shows as a second link. One call more for a file that has none.
+void removeLeftoverOf(int directory, const char* name);

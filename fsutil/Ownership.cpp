@@ -2,19 +2,23 @@
 
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include "conf/FatalLogger.h"
+#include "fsutil/Descriptor.h"
+#include "fsutil/HeldFile.h"
+#include "fsutil/TrustedPath.h"
 
 int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode)
 {
-    if (chown(path, owner, group) != 0) {
+    const Descriptor file = openTrusted(path, O_PATH);
+    if (!file || changeOwnerOfHeld(file.get(), owner, group) != 0) {
         fatalLogger(0, 1, "ERROR: unable to chown %s: %s\n", path, std::strerror(errno));
         return -1;
     }
-    if (chmod(path, mode) != 0) {
+    if (changeModeOfHeld(file.get(), mode) != 0) {
         fatalLogger(0, 1, "ERROR: unable to chmod %s: %s\n", path, std::strerror(errno));
         return -1;
     }

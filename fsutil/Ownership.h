@@ -5,7 +5,8 @@
 #include "support/Api.h"
 
 /// @file
-/// Owner, group and mode of one existing path. A symbolic link at its end is followed.
+/// Owner, group and mode of one existing path. A symbolic link, at its end too, is followed if it
+/// belongs to root or to the process's own user; anybody else's is ELOOP.
 ///
 /// Everything here returns 0, or -1 after a report that does not end the process; the report of a
 /// failed call carries that call's error. An owner or a group of -1 leaves that id as it is. The

@@ -7,9 +7,10 @@
 
 /// A path whose directory is held by descriptor, so that everything done to its last component
 /// happens in the directory that was found first, whatever becomes of the names that led there.
+/// On the way there only links that can be trusted are followed (see TrustedPath.h).
 ///
 /// Trailing slashes stay with the last component and keep their meaning to the system: "link/"
-/// names what the link leads to.
+/// names the directory that the link leads to, if the link can be trusted.
 class PinnedPath
 {
 public:
@@ -22,6 +23,12 @@ public:
     /// `errno`, also when its directory could not be reached.
     [[nodiscard]] Descriptor open(int flags) const;
 
+    /// The same, following a last component that is a link if the link can be trusted.
+    [[nodiscard]] Descriptor openTrusted(int flags) const;
+
+    /// Whether its directory was reached; else `errno` is set to why not.
+    [[nodiscard]] bool reached() const;
+
     /// The directory's descriptor, or AT_FDCWD for a path that has no directory part.
     [[nodiscard]] int directory() const noexcept;
 
@@ -31,5 +38,6 @@ public:
 private:
     Descriptor directory_;
     std::string name_;
-    int error_ = 0; ///< why the directory could not be reached
+    std::string followed_; ///< the name without its trailing slashes; empty if it has none
+    int error_ = 0;        ///< why the directory could not be reached
 };

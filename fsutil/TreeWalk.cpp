@@ -19,6 +19,11 @@ void failTreeStep(const char* words)
     std::abort(); // never reached: the report ended the process
 }
 
+Descriptor TreeAction::openDirectory(int parent, const char* name)
+{
+    return Descriptor(openat(parent, name, directoryFlags));
+}
+
 int TreeAction::actOnOpenDirectory(int /*directory*/)
 {
     return 0;
@@ -31,7 +36,10 @@ int TreeAction::actOnClosedDirectory(int /*parent*/, const char* /*name*/)
 
 Descriptor TreeWalk::walk(Descriptor top, const char* name)
 {
-    enter(std::move(top), name, DirectoryReader::End::certain);
+    if (action_.staysOnFileSystem()) {
+        fileSystem_ = FileSystem(top.get());
+    }
+    enter(std::move(top), name, 0, DirectoryReader::End::certain);
     for (;;) {
         Level& level = open_.back();
         if (const dirent64* entry = level.reader.next(level.directory.get())) {
@@ -44,15 +52,15 @@ Descriptor TreeWalk::walk(Descriptor top, const char* name)
     }
 }
 
-void TreeWalk::enter(Descriptor directory, std::string name, DirectoryReader::End end)
+void TreeWalk::enter(Descriptor directory, std::string name, ino_t inode, DirectoryReader::End end)
 {
-    if (fchdir(directory.get()) != 0) {
+    if (changesDirectory_ && fchdir(directory.get()) != 0) {
         failTreeStep("Unable to change dir", name.c_str());
     }
     if (open_.size() == maximumOpen) {
         parkShallowest();
     }
-    open_.push_back({std::move(directory), std::move(name), DirectoryReader(end)});
+    open_.push_back({std::move(directory), std::move(name), inode, DirectoryReader(end)});
 }
 
 void TreeWalk::visit(const dirent64& entry)
@@ -74,25 +82,27 @@ void TreeWalk::visit(const dirent64& entry)
         return;
     }
     if (S_ISDIR(type)) {
-        visitDirectory(name, look);
+        visitDirectory(entry, look);
     } else if (action_.actOnEntry(open_.back().directory.get(), name, type) != 0) {
         failEntry(action_.words().entry, name, look);
     }
 }
 
-void TreeWalk::visitDirectory(const char* name, bool looked)
+void TreeWalk::visitDirectory(const dirent64& entry, bool looked)
 {
     Level& parent = open_.back();
-    Descriptor directory(openat(parent.directory.get(), name, directoryFlags));
+    const char* name = entry.d_name;
+    Descriptor directory = action_.openDirectory(parent.directory.get(), name);
     if (!directory) {
-        failEntry("Unable to open dir", name, looked);
+        failOpening(name, looked);
         return;
     }
     std::string kept = name;
+    const ino_t inode = entry.d_ino;
     // A read that is due anyway: if nothing comes, there is no need to find this place again.
     parent.reader.readAhead(parent.directory.get());
     // What is to be empty in the end shows when it is removed whether all of it was read.
-    enter(std::move(directory), std::move(kept),
+    enter(std::move(directory), std::move(kept), inode,
         action_.empties() ? DirectoryReader::End::likely : DirectoryReader::End::certain);
 }
 
@@ -128,27 +138,41 @@ void TreeWalk::finish(Level level)
 /// Goes back into a directory that was not read to its end after all.
 void TreeWalk::enterAgain(const Level& left)
 {
-    Descriptor directory(openat(open_.back().directory.get(), left.name.c_str(), directoryFlags));
+    const char* name = left.name.c_str();
+    Descriptor directory = action_.openDirectory(open_.back().directory.get(), name);
     if (!directory) {
-        failTreeStep("Unable to open dir", left.name.c_str());
+        failOpening(name, false);
+        return;
     }
-    enter(std::move(directory), left.name, DirectoryReader::End::certain);
+    enter(std::move(directory), left.name, left.inode, DirectoryReader::End::certain);
 }
 
 void TreeWalk::parkShallowest()
 {
     Level& level = open_.front();
-    struct stat status = {};
-    if (fstat(level.directory.get(), &status) != 0) {
-        failTreeStep("Unable to get file descriptor of current dir");
-    }
-    parked_.push({status.st_dev, status.st_ino, level.reader.position(), level.reader.ended(),
-                     level.reader.endIsLikely()},
+    const auto [device, inode] = identityOf(level);
+    parked_.push(
+        {device, inode, level.reader.position(), level.reader.ended(), level.reader.endIsLikely()},
         level.name);
     if (level.directory.close() != 0) {
         failTreeStep("Unable to close dir", level.name.c_str());
     }
     open_.pop_front();
+}
+
+/// What a directory is recognised by. Where the entry's inode number can be relied on there is no
+/// need to ask; had somebody exchanged the directory before it was opened, the walk would not
+/// recognise it and end.
+TreeWalk::Identity TreeWalk::identityOf(const Level& level) const
+{
+    if (action_.staysOnFileSystem() && fileSystem_.entriesTellInodes() && level.inode != 0) {
+        return {fileSystem_.device(), level.inode};
+    }
+    struct stat status = {};
+    if (fstat(level.directory.get(), &status) != 0) {
+        failTreeStep("Unable to get file descriptor of current dir");
+    }
+    return {status.st_dev, status.st_ino};
 }
 
 void TreeWalk::reopenParent(const Level& child)
@@ -170,17 +194,29 @@ void TreeWalk::reopenParent(const Level& child)
     // which looks through them at every further removal: quadratic in the depth. To move up now
     // and then is enough.
     constexpr size_t levelsBetweenMoves = 16;
-    if (action_.empties() && parked_.size() % levelsBetweenMoves == 0 &&
+    if (changesDirectory_ && action_.empties() && parked_.size() % levelsBetweenMoves == 0 &&
         fchdir(directory.get()) != 0) {
         failTreeStep(restore);
     }
-    open_.push_back({std::move(directory), std::move(name), DirectoryReader()});
+    open_.push_back({std::move(directory), std::move(name), known.inode, DirectoryReader()});
     DirectoryReader& reader = open_.back().reader;
     if (known.ended) {
         reader.endHere(known.endIsLikely);
     } else if (!action_.empties() &&
                reader.goOnBehind(open_.back().directory.get(), known.position, child.name) != 0) {
         failTreeStep(restore);
+    }
+}
+
+void TreeWalk::failOpening(const char* name, bool looked) const
+{
+    const bool isToBeLeftAlone = errno == EBUSY && action_.empties();
+    const bool isGone = errno == ENOENT && action_.empties();
+    if (isToBeLeftAlone) {
+        failTreeStep(action_.words().directory, name);
+    }
+    if (!isGone) {
+        failEntry("Unable to open dir", name, looked);
     }
 }
 

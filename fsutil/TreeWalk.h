@@ -4,9 +4,11 @@
 #include <fcntl.h>
 #include <string>
 #include <sys/types.h>
+#include <unistd.h>
 
 #include "fsutil/Descriptor.h"
 #include "fsutil/DirectoryReader.h"
+#include "fsutil/FileSystem.h"
 #include "fsutil/ParkedLevels.h"
 
 /// The flags with which the walks open a directory.
@@ -31,6 +33,13 @@ public:
 
     [[nodiscard]] const Words& words() const noexcept { return words_; }
 
+    /// Opens a directory to walk through it, without following its name.
+    /// @return the directory, or none with `errno`. Where the walk empties: EBUSY if it must be
+    /// left
+    ///         alone, which ends the walk in the words for directories, ENOENT if there is nothing
+    ///         left to be done.
+    virtual Descriptor openDirectory(int parent, const char* name);
+
     /// Acts on an entry that is no directory, without following it.
     /// @param type its file type, one of the S_IF values.
     virtual int actOnEntry(int directory, const char* name, mode_t type) = 0;
@@ -46,6 +55,9 @@ public:
     /// Whether everything that a directory held is gone once the walk has passed it; reading it
     /// again then starts at its beginning.
     [[nodiscard]] virtual bool empties() const noexcept { return false; }
+
+    /// Whether every directory that it opens is on the file system of its parent.
+    [[nodiscard]] virtual bool staysOnFileSystem() const noexcept { return false; }
 
 private:
     Words words_;
@@ -64,6 +76,9 @@ private:
 /// owner meant for the file, its target does not. The walk holds a bounded number of directories
 /// open. Deeper down it closes the shallowest of them, and comes back to those through "..",
 /// going on only in a directory of the same device and inode as the one it left.
+///
+/// Entering a directory takes the right to search it. Root has that everywhere; on behalf of others
+/// the walk changes into each directory, so that what they may not search is not walked.
 class TreeWalk
 {
 public:
@@ -81,20 +96,30 @@ private:
     struct Level {
         Descriptor directory;
         std::string name;
+        ino_t inode; ///< as the entry told it
         DirectoryReader reader;
     };
 
-    void enter(Descriptor directory, std::string name, DirectoryReader::End end);
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+    };
+
+    void enter(Descriptor directory, std::string name, ino_t inode, DirectoryReader::End end);
     void visit(const dirent64& entry);
-    void visitDirectory(const char* name, bool looked);
+    void visitDirectory(const dirent64& entry, bool looked);
     void leave();
     void finish(Level level);
     void enterAgain(const Level& left);
     void parkShallowest();
     void reopenParent(const Level& child);
+    [[nodiscard]] Identity identityOf(const Level& level) const;
+    void failOpening(const char* name, bool looked) const;
     void failEntry(const char* words, const char* name, bool looked) const;
 
     TreeAction& action_;
+    FileSystem fileSystem_;
+    const bool changesDirectory_ = geteuid() != 0;
     ParkedLevels parked_;
     std::deque<Level> open_;
 };

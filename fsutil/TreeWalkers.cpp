@@ -2,13 +2,19 @@
 
 #include <cerrno>
 #include <fcntl.h>
+#include <linux/openat2.h>
+#include <optional>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include "fsutil/ChmodNoFollow.h"
 #include "fsutil/Descriptor.h"
+#include "fsutil/HeldFile.h"
+#include "fsutil/MountPoint.h"
+#include "fsutil/OpenAt2.h"
 #include "fsutil/PinnedPath.h"
 #include "fsutil/TreeWalk.h"
+#include "fsutil/TrustedPath.h"
 
 namespace
 {
@@ -25,14 +31,31 @@ public:
 
     int actOnEntry(int directory, const char* name, mode_t type) override
     {
-        return S_ISREG(type) ? fchownat(directory, name, owner_, group_, AT_SYMLINK_NOFOLLOW) : 0;
+        if (!S_ISREG(type)) {
+            return 0;
+        }
+        return makesTrusted_ ? changeIfFile(directory, name)
+                             : fchownat(directory, name, owner_, group_, AT_SYMLINK_NOFOLLOW);
     }
 
     int actOnOpenDirectory(int directory) override { return fchown(directory, owner_, group_); }
 
 private:
+    /// A link that has taken the file's name meanwhile must not get an owner whose links are
+    /// followed: whoever placed it would have made one of root's.
+    int changeIfFile(int directory, const char* name) const
+    {
+        const Descriptor file(openat(directory, name, O_PATH | O_NOFOLLOW | O_CLOEXEC));
+        struct stat status = {};
+        if (!file || fstat(file.get(), &status) != 0) {
+            return -1;
+        }
+        return S_ISREG(status.st_mode) ? changeOwnerOfHeld(file.get(), owner_, group_) : 0;
+    }
+
     uid_t owner_;
     gid_t group_;
+    bool makesTrusted_ = isTrusted(owner_);
 };
 
 class ChangeMode final : public TreeAction
@@ -66,6 +89,20 @@ public:
     {
     }
 
+    Descriptor openDirectory(int parent, const char* name) override
+    {
+        open_how how = {};
+        how.flags = directoryFlags;
+        how.resolve = RESOLVE_NO_XDEV;
+        Descriptor directory(openAt2(parent, name, how));
+        if (directory || errno != ENOSYS) {
+            errno = !directory && errno == EXDEV ? EBUSY : errno;
+            return directory;
+        }
+        askedByName_ = true;
+        return openUnlessMounted(parent, name);
+    }
+
     int actOnEntry(int directory, const char* name, mode_t /*type*/) override
     {
         return goneAfter(unlinkat(directory, name, 0));
@@ -77,9 +114,22 @@ public:
     }
 
     [[nodiscard]] bool empties() const noexcept override { return true; }
+    [[nodiscard]] bool staysOnFileSystem() const noexcept override { return !askedByName_; }
 
 private:
+    /// The way without openat2(2): rmdir(2) refuses a mount point before it looks for entries.
+    static Descriptor openUnlessMounted(int parent, const char* name)
+    {
+        if (unlinkat(parent, name, AT_REMOVEDIR) == 0) {
+            errno = ENOENT;
+            return {};
+        }
+        return Descriptor(errno != EBUSY ? openat(parent, name, directoryFlags) : -1);
+    }
+
     static int goneAfter(int result) { return result != 0 && errno == ENOENT ? 0 : result; }
+
+    bool askedByName_ = false;
 };
 
 /// The current directory, to come back to whatever its name has become by then.
@@ -110,12 +160,27 @@ private:
     Descriptor directory_;
 };
 
+/// Whether a directory that has been opened must not be emptied, because something is mounted on
+/// it.
+bool mustStay(int directory, const PinnedPath& pinned)
+{
+    if (const std::optional<bool> mounted = isMountPoint(directory)) {
+        return *mounted;
+    }
+    // An empty directory is removed by this, which is what was asked for.
+    return unlinkat(pinned.directory(), pinned.name(), AT_REMOVEDIR) != 0 && errno == EBUSY;
+}
+
 void walkDirectory(const PinnedPath& pinned, const char* path, TreeAction& action, bool includeTop)
 {
     CurrentDirectory current;
     Descriptor top = pinned.open(directoryFlags);
     if (!top) {
         failTreeStep("Unable to open dir", path);
+    }
+    if (includeTop && action.empties() && mustStay(top.get(), pinned)) {
+        errno = EBUSY;
+        failTreeStep(action.words().directory, path);
     }
     top = TreeWalk(action).walk(std::move(top), path);
     current.restoreAndClose();

@@ -23,6 +23,9 @@
 
 /// Changes the owner of every regular file and directory below a path.
 ///
+/// A link that takes a file's name just before its turn gets the owner in its stead, unless links
+/// of that owner are followed (see TrustedPath.h): then it is left alone.
+///
 /// A symbolic link as the path: nothing is done. A regular file: it is changed, whatever
 /// includeTop says. Devices, pipes, sockets and links in the tree are left alone. The kernel clears
 /// the set-id bits of files whose owner is set, also to the same one (chown(2)).
@@ -48,6 +51,10 @@ ZELTO_API int changeOwnerAndModeOfTree(const char* path, uid_t owner, gid_t grou
 /// already; a symbolic link or a regular file is itself unlinked. A step that finds its entry gone
 /// counts as done. Adds "Unable to unlink entry" (the path is a link or a file), "Unable to unlink
 /// directory entry" and "Unable to remove dir".
+///
+/// A mount point is never emptied, a bind mount of the same file system included: the walk ends
+/// there with "Unable to remove dir" and EBUSY, which is what rmdir(2) would say to it in the end.
+/// Only the path itself may be one, if it is to stay.
 /// @param path      absolute, or relative to the current directory.
 /// @param removeTop 0: the directory named by the path stays, emptied.
 ZELTO_API void removeTree(const char* path, int removeTop);

@@ -88,7 +88,8 @@ SiteOptions optionsOf(const SiteRemover& site)
 void report(const char* call, const path& target, int error)
 {
     const char* reason = std::strerror(error);
-    standardError() << boost::format("%1%(\"%2%\"): %3%\n") % call % target.string() % reason;
+    standardError()
+        << (boost::format("%1%(\"%2%\"): %3%\n") % call % target.string() % reason).str();
 }
 
 } // namespace
@@ -136,8 +137,9 @@ int EntryRemover::openParent(const SiteDestination& destination, std::string& na
         return none;
     }
     if (below.empty()) {
-        name = destination.path.native();
-        return AT_FDCWD;
+        base_.emplace(destination.path.c_str());
+        name = base_->name();
+        return base_->reached() ? base_->directory() : none;
     }
     const size_t nameBegin = lastName(below.native());
     name = below.native().substr(nameBegin);

@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 
+#include "fsutil/PinnedPath.h"
 #include "site/ParentDirectory.h"
 #include "site/SiteDestination.h"
 #include "site/SiteRemover.h"
@@ -27,6 +28,7 @@ private:
     boost::filesystem::path virtualHost_;
     SiteOptions options_;
     ParentDirectory parent_;
+    std::optional<PinnedPath> base_; ///< of an entry that is a base itself
 };
 
 /// siteDestination(), but also nothing for an entry of a tree whose option is empty.

@@ -11,17 +11,18 @@ namespace zelto
 /// held open from one entry to the next: entries that come in the order of their paths mostly share
 /// it.
 ///
-/// The base is a place that the panel names and is taken as it is. What lies below it may belong to
-/// a site's user, who must not send root elsewhere: a symbolic link on the way counts only if it is
-/// root's own, in the target of another one too, and ".." goes back to the directory that the way
-/// came through, wherever it is by now, but not above the base.
+/// What lies on the way may belong to a site's user, who must not send root elsewhere: a symbolic
+/// link, on the road to the base too, counts only if it can be trusted (see fsutil/TrustedPath.h),
+/// and ".." goes back to the directory that the way came through, wherever it is by now, but not
+/// above the base.
 class ParentDirectory
 {
 public:
     /// Opens the directory `below` (relative, may be empty) of a base (empty for the working
     /// directory), or keeps it if it is the one of the last call.
     /// @return a descriptor that stays valid until the next call, or -1 with `errno`: ELOOP for a
-    ///         link of somebody else, EPERM for a way above the base, otherwise as open(2) says.
+    ///         link that cannot be trusted, EPERM for a way above the base, otherwise as open(2)
+    ///         says.
     int of(const boost::filesystem::path& base, const boost::filesystem::path& below);
 
 private:

@@ -27,13 +27,13 @@
 /// Only lack of memory ends the work, as std::bad_alloc, with what was removed until then gone;
 /// while a tree is listed it is reported like anything else and ends the listing of a directory.
 ///
-/// The three base directories, which the panel names, are taken as they are. What lies below them
-/// may belong to the site's user, who cannot lead a removal elsewhere, not even by exchanging
-/// directories while it runs: on the way to an entry only a symbolic link of root is followed,
-/// anybody else's is refused (ELOOP), also where a link of root leads through it, an entry that is
-/// a link is removed itself, ".." goes back to the directory that the way came from, and a path
-/// that leads above its base by ".." is refused (EPERM). A directory exchanged while a tree is
-/// listed can only add names to the list that are looked for in the tree afterwards.
+/// What lies on the way to an entry may belong to the site's user, who cannot lead a removal
+/// elsewhere, not even by exchanging directories while it runs: only a symbolic link of root (or of
+/// the process's own user) is followed, on the road to a base directory too, anybody else's is
+/// refused (ELOOP), also where a link of root leads through it; an entry that is a link is removed
+/// itself, ".." goes back to the directory that the way came from, and a path that leads above its
+/// base by ".." is refused (EPERM). A directory exchanged while a tree is listed can only add names
+/// to the list that are looked for in the tree afterwards.
 
 namespace zelto
 {

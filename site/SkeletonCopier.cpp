@@ -1,7 +1,6 @@
 #include "site/SkeletonCopier.h"
 
 #include <boost/filesystem/exception.hpp>
-#include <boost/filesystem/operations.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
 #include <climits>
@@ -13,6 +12,8 @@
 #include <unistd.h>
 
 #include "fsutil/NewFile.h"
+#include "fsutil/PinnedPath.h"
+#include "site/BaseDirectory.h"
 #include "site/TokenSubstitution.h"
 #include "site/WholeFile.h"
 
@@ -27,8 +28,6 @@ using boost::filesystem::path;
 constexpr const char* alreadyExists = "already exists, not restoring";
 constexpr const char* otherKind = "not a file or directory, skipping";
 
-constexpr int newDirectory = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-
 /// What is behind the last slash of a path; unlike filename() this does not invent a ".".
 std::string nameIn(const path& whole)
 {
@@ -41,10 +40,20 @@ path directoryPart(const path& whole)
     return whole.native().substr(0, whole.native().rfind('/') + 1);
 }
 
-bool isDirectory(const path& examined)
+[[noreturn]] void failToMake(const SiteDestination& destination, int error)
 {
+    const path* failed = &destination.path;
     struct stat status = {};
-    return lstat(examined.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+    if (!destination.inside && error == ENOENT && lstat(destination.base.c_str(), &status) == 0 &&
+        S_ISLNK(status.st_mode)) {
+        // The base is a link to nothing: what is missing and cannot be made is the base.
+        error = EEXIST;
+        failed = &destination.base;
+    }
+    throw boost::filesystem::filesystem_error(destination.inside
+                                                  ? "boost::filesystem::create_directory"
+                                                  : "boost::filesystem::create_directories",
+        *failed, boost::system::error_code(error, boost::system::system_category()));
 }
 
 /// The file's content with the name filled in: 0, or -1 with `errno`.
@@ -73,7 +82,7 @@ SkeletonCopier::SkeletonCopier(const VirtualHostPath& host, const path& skeleton
 {
 }
 
-void SkeletonCopier::copy(const path& entry)
+void SkeletonCopier::copy(const path& entry, bool isFile)
 {
     if (!entry.empty() && entry.begin()->native() == "httpsdocs") {
         return;
@@ -82,36 +91,48 @@ void SkeletonCopier::copy(const path& entry)
     if (!destination) {
         return;
     }
-    const path source = skeleton_ / entry;
+    const Source source{entry, skeleton_ / entry};
     struct stat existing = {};
     if (look(*destination, existing) == 0) {
-        keepExisting(source, destination->path, existing);
-    } else if (errno == ENOENT) {
-        copyMissing(source, *destination);
-    } else {
+        keepExisting(source, *destination, existing);
+    } else if (errno != ENOENT) {
         const char* reason = std::strerror(errno);
-        messages_ << boost::format("corbel:InstallSkeleton(): stat(\"%1%\") failed: %2%\n") %
-                         destination->path.string() % reason;
+        print(boost::format("corbel:InstallSkeleton(): stat(\"%1%\") failed: %2%\n") %
+              destination->path.string() % reason);
+    } else {
+        copyMissing(source, *destination, isFile);
     }
 }
 
 void SkeletonCopier::keepExisting(
-    const path& source, const path& destination, const struct stat& existing)
+    const Source& source, const SiteDestination& destination, const struct stat& existing)
 {
-    if (!S_ISDIR(existing.st_mode) || !isDirectory(source)) {
-        reportIfVerbose(destination, alreadyExists);
+    struct stat status = {};
+    const bool bothDirectories =
+        S_ISDIR(existing.st_mode) && look(source, status) == 0 && S_ISDIR(status.st_mode);
+    if (!bothDirectories) {
+        reportIfVerbose(destination.path, alreadyExists);
+    } else if (isUnfinishedDirectory(existing, sameOwner)) {
+        copyDirectory(destination, status.st_mode);
+    }
+    if (S_ISREG(existing.st_mode) && existing.st_nlink > 1) {
+        // The second link may be the hidden one of a run that was killed.
+        removeLeftoverOf(openParent(destination), nameIn(destination.path).c_str());
     }
 }
 
-void SkeletonCopier::copyMissing(const path& source, const SiteDestination& destination)
+void SkeletonCopier::copyMissing(
+    const Source& source, const SiteDestination& destination, bool isFile)
 {
     struct stat status = {};
-    if (lstat(source.c_str(), &status) != 0) {
+    if (isFile) {
+        copyFile(source, destination, true);
+    } else if (look(source, status) != 0) {
         if (errno != ENOENT) {
-            reportError(source, errno);
+            reportError(source.whole, errno);
         }
     } else if (S_ISREG(status.st_mode)) {
-        copyFile(source, destination);
+        copyFile(source, destination, false);
     } else if (S_ISDIR(status.st_mode)) {
         copyDirectory(destination, status.st_mode);
     } else {
@@ -119,15 +140,17 @@ void SkeletonCopier::copyMissing(const path& source, const SiteDestination& dest
     }
 }
 
-void SkeletonCopier::copyFile(const path& source, const SiteDestination& destination)
+/// @param unseen whether the file has not been looked at; then a look says why it cannot be opened.
+void SkeletonCopier::copyFile(const Source& source, const SiteDestination& destination, bool unseen)
 {
-    // Should something else have taken the file's name by now, this neither follows a link nor
-    // waits for a FIFO's writer.
-    const Descriptor file(
-        ::open(source.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    const Descriptor file = open(source);
+    if (!file && unseen) {
+        copyMissing(source, destination, false);
+        return;
+    }
     struct stat status = {};
     if (!file || fstat(file.get(), &status) != 0) {
-        reportError(source, errno);
+        reportError(source.whole, errno);
         return;
     }
     if (!S_ISREG(status.st_mode)) {
@@ -136,7 +159,7 @@ void SkeletonCopier::copyFile(const path& source, const SiteDestination& destina
     }
     std::string content;
     if (readFor(host_.name, file.get(), status.st_size, content) != 0) {
-        reportError(source, errno);
+        reportError(source.whole, errno);
         return;
     }
     createFile(destination, content, status.st_mode);
@@ -159,23 +182,53 @@ void SkeletonCopier::createFile(
 
 void SkeletonCopier::copyDirectory(const SiteDestination& destination, mode_t mode)
 {
-    const Descriptor made = makeDirectory(destination);
+    NewDirectory made = makeDirectory(destination);
     if (made) {
-        (void)fchmod(made.get(), mode & 07777);
-        [[maybe_unused]] const int ignored = fchown(made.get(), static_cast<uid_t>(-1), group_);
+        (void)made.giveOwner(group_);
+        (void)made.giveMode(mode & 07777);
     }
+}
+
+/// lstat(2) of a source.
+int SkeletonCopier::look(const Source& source, struct stat& status)
+{
+    const int directory = openParent(source);
+    return directory >= 0
+               ? fstatat(directory, nameIn(source.entry).c_str(), &status, AT_SYMLINK_NOFOLLOW)
+               : -1;
+}
+
+/// Should something else have taken a file's name by now, this neither follows a link nor waits for
+/// a FIFO's writer.
+Descriptor SkeletonCopier::open(const Source& source)
+{
+    const int directory = openParent(source);
+    return Descriptor(directory >= 0
+                          ? openat(directory, nameIn(source.entry).c_str(),
+                                O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC)
+                          : -1);
 }
 
 /// lstat(2) of a destination.
 int SkeletonCopier::look(const SiteDestination& destination, struct stat& status)
 {
     if (destination.below.empty()) {
-        return lstat(destination.path.c_str(), &status);
+        return PinnedPath(destination.path.c_str()).look(status);
     }
     const int directory = openParent(destination);
     return directory >= 0
                ? fstatat(directory, nameIn(destination.path).c_str(), &status, AT_SYMLINK_NOFOLLOW)
                : -1;
+}
+
+/// The directory that a source stands in, or -1 with `errno`.
+int SkeletonCopier::openParent(const Source& source)
+{
+    if (source.whole.size() >= PATH_MAX) {
+        errno = ENAMETOOLONG;
+        return -1;
+    }
+    return sourceParent_.of(skeleton_, source.entry.parent_path());
 }
 
 /// The directory that a destination stands in, or -1 with `errno`.
@@ -190,58 +243,44 @@ int SkeletonCopier::openParent(const SiteDestination& destination)
                : parent_.of(destination.base, destination.below.parent_path());
 }
 
-/// The directory that was made, or none when it is there already: somebody else was faster, and
-/// theirs is an existing directory like any other.
-Descriptor SkeletonCopier::makeDirectory(const SiteDestination& destination)
+/// The directory that was made or found unfinished, or none when it is there already: somebody else
+/// was faster, and theirs is an existing directory like any other.
+NewDirectory SkeletonCopier::makeDirectory(const SiteDestination& destination)
 {
-    if (!destination.below.empty()) {
-        return makeDirectoryBelow(destination);
+    if (destination.below.empty()) {
+        return makeBaseDirectory(destination.path);
     }
-    const path& made = destination.path;
-    const bool isNew = destination.inside ? boost::filesystem::create_directory(made)
-                                          : boost::filesystem::create_directories(made);
-    return Descriptor(isNew ? ::open(made.c_str(), newDirectory) : -1);
-}
-
-Descriptor SkeletonCopier::makeDirectoryBelow(const SiteDestination& destination)
-{
     const std::string name = nameIn(destination.path);
     const int parent = openParent(destination);
-    if (parent >= 0 && mkdirat(parent, name.c_str(), 0777) == 0) {
-        return Descriptor(openat(parent, name.c_str(), newDirectory));
+    if (parent >= 0) {
+        NewDirectory made(parent, name.c_str(), sameOwner);
+        struct stat status = {};
+        if (made ||
+            (errno == EEXIST && fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                S_ISDIR(status.st_mode))) {
+            return made;
+        }
     }
-    int error = errno;
-    struct stat status = {};
-    if (parent >= 0 && error == EEXIST &&
-        fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-        S_ISDIR(status.st_mode)) {
-        return {};
-    }
-    const path* failed = &destination.path;
-    if (!destination.inside && error == ENOENT && lstat(destination.base.c_str(), &status) == 0 &&
-        S_ISLNK(status.st_mode)) {
-        // The base is a link to nothing: what is missing and cannot be made is the base.
-        error = EEXIST;
-        failed = &destination.base;
-    }
-    throw boost::filesystem::filesystem_error(destination.inside
-                                                  ? "boost::filesystem::create_directory"
-                                                  : "boost::filesystem::create_directories",
-        *failed, boost::system::error_code(error, boost::system::system_category()));
+    failToMake(destination, errno);
 }
 
 void SkeletonCopier::reportError(const path& failed, int error)
 {
     const char* reason = std::strerror(error);
-    messages_ << boost::format("corbel:InstallSkeleton(): %1%: %2%\n") % failed.string() % reason;
+    print(boost::format("corbel:InstallSkeleton(): %1%: %2%\n") % failed.string() % reason);
 }
 
 void SkeletonCopier::reportIfVerbose(const path& destination, const char* what)
 {
     if (verbose_) {
-        messages_ << boost::format("corbel:InstallSkeleton(): %1% %2%\n") % destination.string() %
-                         what;
+        print(boost::format("corbel:InstallSkeleton(): %1% %2%\n") % destination.string() % what);
     }
+}
+
+/// In one piece: the stream has no buffer, and a message is a line whoever else writes there.
+void SkeletonCopier::print(const boost::format& message)
+{
+    messages_ << message.str();
 }
 
 } // namespace zelto

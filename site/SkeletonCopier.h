@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <boost/format/format_fwd.hpp>
 #include <iosfwd>
 #include <string>
 #include <string_view>
@@ -8,6 +9,7 @@
 #include <sys/types.h>
 
 #include "fsutil/Descriptor.h"
+#include "fsutil/NewDirectory.h"
 #include "site/ParentDirectory.h"
 #include "site/SiteDestination.h"
 #include "site/SiteOptions.h"
@@ -24,9 +26,9 @@ namespace zelto
 /// bits; whether these two could be set is not checked. A file appears whole or not at all. Other
 /// kinds of entries are not copied.
 ///
-/// The document root, the CGI directory and the virtual host's directory are taken as they are.
-/// Below them no symbolic link is followed unless it belongs to root; somebody else's counts as a
-/// destination that cannot be looked at.
+/// On the way to a destination or a source no symbolic link is followed unless it can be trusted
+/// (see fsutil/TrustedPath.h); another one counts as a destination or source that cannot be looked
+/// at. A directory that an earlier run made and, killed, did not finish counts as missing.
 ///
 /// An entry that cannot be copied is reported on the message stream and does not stop the ones
 /// after it: behind "corbel:InstallSkeleton(): " stands
@@ -46,25 +48,36 @@ public:
 
     /// Copies one entry, given relative to the skeleton; its directory must have been copied
     /// before it.
+    /// @param isFile whether it is known to be a regular file, which saves looking at it.
     /// @throw boost::filesystem::filesystem_error when a directory cannot be created.
-    void copy(const boost::filesystem::path& entry);
+    void copy(const boost::filesystem::path& entry, bool isFile = false);
 
 private:
     using path = boost::filesystem::path;
 
-    void keepExisting(const path& source, const path& destination, const struct stat& existing);
-    void copyMissing(const path& source, const SiteDestination& destination);
-    void copyFile(const path& source, const SiteDestination& destination);
+    /// An entry of the skeleton.
+    struct Source {
+        const path& entry;
+        path whole;
+    };
+
+    void keepExisting(
+        const Source& source, const SiteDestination& destination, const struct stat& existing);
+    void copyMissing(const Source& source, const SiteDestination& destination, bool isFile);
+    void copyFile(const Source& source, const SiteDestination& destination, bool unseen);
     void createFile(const SiteDestination& destination, std::string_view content, mode_t mode);
     void copyDirectory(const SiteDestination& destination, mode_t mode);
 
+    int look(const Source& source, struct stat& status);
+    Descriptor open(const Source& source);
     int look(const SiteDestination& destination, struct stat& status);
+    int openParent(const Source& source);
     int openParent(const SiteDestination& destination);
-    Descriptor makeDirectory(const SiteDestination& destination);
-    Descriptor makeDirectoryBelow(const SiteDestination& destination);
+    NewDirectory makeDirectory(const SiteDestination& destination);
 
     void reportError(const path& failed, int error);
     void reportIfVerbose(const path& destination, const char* what);
+    void print(const boost::format& message);
 
     const VirtualHostPath& host_;
     const path& skeleton_;
@@ -72,6 +85,7 @@ private:
     std::ostream& messages_;
     bool verbose_;
     SiteOptions options_;
+    ParentDirectory sourceParent_;
     ParentDirectory parent_;
 };
 

@@ -1,16 +1,20 @@
 #include "site/SkeletonInstaller.h"
 
 #include <algorithm>
+#include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
 #include <grp.h>
 #include <stdexcept>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+#include <vector>
 
 #include "conf/ConfVariables.h"
 #include "conf/Configuration.h"
 #include "conf/StandardStreams.h"
+#include "fsutil/PinnedPath.h"
 #include "site/SiteDirectories.h"
 #include "site/SkeletonCopier.h"
 #include "site/TreeListing.h"
@@ -50,14 +54,38 @@ path chooseSkeleton(const path& root, const char* clientId)
     return common;
 }
 
-EntryList listSkeleton(const path& skeleton, unsigned int listingMode)
+struct Entry {
+    path relative;
+    bool isFile;
+};
+
+std::vector<Entry> listSkeleton(const path& skeleton, unsigned int listingMode)
 {
-    EntryList entries;
+    std::vector<Entry> entries;
     for (const char* name : siteDirectoryNames(listingMode)) {
-        listTree(skeleton, name, entries);
+        visitTree(skeleton, name, [&entries](const path& relative, bool isFile) {
+            entries.push_back({relative, isFile});
+        });
     }
-    std::sort(entries.begin(), entries.end(), comesBefore);
+    std::sort(entries.begin(), entries.end(),
+        [](const Entry& a, const Entry& b) { return comesBefore(a.relative, b.relative); });
     return entries;
+}
+
+/// Makes the virtual host's directory if it does not exist, in a parent that does.
+void makeIfMissing(const path& directory)
+{
+    if (boost::filesystem::exists(directory)) {
+        return;
+    }
+    const PinnedPath pinned(directory.c_str());
+    struct stat status = {};
+    if (!pinned.reached() ||
+        (mkdirat(pinned.directory(), pinned.name(), 0777) != 0 &&
+            (errno != EEXIST || pinned.look(status) != 0 || !S_ISDIR(status.st_mode)))) {
+        throw boost::filesystem::filesystem_error("boost::filesystem::create_directory", directory,
+            boost::system::error_code(errno, boost::system::system_category()));
+    }
 }
 
 gid_t groupOfClients()
@@ -82,15 +110,13 @@ unsigned int install(const VirtualHostPath& host, unsigned int listingMode, cons
     if (clientId == nullptr) {
         return 0;
     }
-    if (!boost::filesystem::exists(host.directory)) {
-        boost::filesystem::create_directory(host.directory);
-    }
+    makeIfMissing(host.directory);
     const path skeleton = chooseSkeleton(host.root, clientId);
-    const EntryList entries = listSkeleton(skeleton, listingMode);
+    const std::vector<Entry> entries = listSkeleton(skeleton, listingMode);
     SkeletonCopier copier(
         host, skeleton, groupOfClients(), standardError(), standardErrorIsARegularFile(), options);
-    for (const path& entry : entries) {
-        copier.copy(entry);
+    for (const Entry& entry : entries) {
+        copier.copy(entry.relative, entry.isFile);
     }
     return 0;
 }

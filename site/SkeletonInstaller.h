@@ -21,9 +21,10 @@
 ///
 /// What exists is never changed. A copied file appears whole or not at all, with "@domain_name@"
 /// replaced in it; files and directories get the permission bits of the skeleton's entry and the
-/// group "kvocln", which costs a file its set-id bits. Other kinds of entries are not copied. Below
-/// the document root, the CGI directory and the virtual host's directory no symbolic link is
-/// followed unless it belongs to root.
+/// group "kvocln", which costs a file its set-id bits. Other kinds of entries are not copied. No
+/// symbolic link is followed unless it belongs to root or to the process's own user, be it on the
+/// way to the document root, the CGI directory, the virtual host's or the skeleton's directory or
+/// below them. A directory that an earlier run made and, killed, did not finish is finished.
 ///
 /// What goes wrong with a single entry is one line on standard error, and the rest goes on. While
 /// the skeleton is listed that is "<path>: <reason>", or the text of an exception for a directory

@@ -1,15 +1,23 @@
 #include "site/TreeListing.h"
 
 #include <algorithm>
-#include <boost/filesystem/directory.hpp>
+#include <boost/filesystem/exception.hpp>
 #include <boost/format.hpp>
 #include <cerrno>
 #include <cstring>
+#include <dirent.h>
 #include <exception>
+#include <fcntl.h>
+#include <memory>
 #include <ostream>
+#include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "conf/StandardStreams.h"
+#include "fsutil/Descriptor.h"
+#include "fsutil/PinnedPath.h"
+#include "fsutil/TrustedPath.h"
 
 namespace zelto
 {
@@ -19,19 +27,70 @@ namespace
 
 using boost::filesystem::path;
 
-/// What reading a directory gave: its entries' names and, if it ended early, why.
+using Visit = std::function<void(const path& relative, bool isFile)>;
+
+struct Entry {
+    path name;
+    unsigned char type;
+};
+
+/// What reading a directory gave: its entries and, if it ended early, why.
 struct DirectoryContent {
-    EntryList names;
+    std::vector<Entry> entries;
     std::exception_ptr error;
 };
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const noexcept { closedir(directory); }
+};
+
+[[noreturn]] void fail(const char* call, const path& directory)
+{
+    throw boost::filesystem::filesystem_error(
+        std::string("boost::filesystem::directory_iterator::") + call, directory,
+        boost::system::error_code(errno, boost::system::system_category()));
+}
+
+std::unique_ptr<DIR, CloseDirectory> openToRead(const path& directory)
+{
+    Descriptor file = openTrusted(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+    std::unique_ptr<DIR, CloseDirectory> stream(file ? fdopendir(file.get()) : nullptr);
+    if (!stream) {
+        fail("construct", directory);
+    }
+    (void)file.release(); // the stream's own by now
+    return stream;
+}
+
+bool isDots(const char* name)
+{
+    return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
+}
+
+void readDirectory(const path& directory, std::vector<Entry>& entries)
+{
+    const auto stream = openToRead(directory);
+    while (true) {
+        errno = 0;
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is nobody else's
+        const dirent* entry = readdir(stream.get());
+        if (entry == nullptr) {
+            break;
+        }
+        if (!isDots(entry->d_name)) {
+            entries.push_back({entry->d_name, entry->d_type});
+        }
+    }
+    if (errno != 0) {
+        fail("operator++", directory);
+    }
+}
 
 DirectoryContent contentOf(const path& directory)
 {
     DirectoryContent content;
     try {
-        for (const auto& entry : boost::filesystem::directory_iterator(directory)) {
-            content.names.push_back(entry.path().filename());
-        }
+        readDirectory(directory, content.entries);
     } catch (const std::exception&) {
         content.error = std::current_exception();
     }
@@ -41,41 +100,72 @@ DirectoryContent contentOf(const path& directory)
 bool isDirectory(const path& examined)
 {
     struct stat status = {};
-    if (lstat(examined.c_str(), &status) == 0) {
+    if (PinnedPath(examined.c_str()).look(status) == 0) {
         return S_ISDIR(status.st_mode);
     }
     if (errno != ENOENT) {
         const char* reason = std::strerror(errno);
-        standardError() << boost::format("%1%: %2%\n") % examined.string() % reason;
+        standardError() << (boost::format("%1%: %2%\n") % examined.string() % reason).str();
     }
     return false;
 }
 
-void listDirectory(const path& base, const path& relative, EntryList& entries)
+/// One walk.
+class Listing
 {
-    // Read to its end and closed before the walk goes deeper.
-    const DirectoryContent content = contentOf(base / relative);
-    for (const path& name : content.names) {
-        listTree(base, relative / name, entries);
+public:
+    Listing(const path& base, const Visit& told) : base_(base), told_(told) {}
+
+    /// @param entry with its name relative to the base.
+    void visit(const Entry& entry)
+    {
+        told_(entry.name, entry.type == DT_REG);
+        if (isKnownAsNoDirectory(entry.type) || !isDirectory(base_ / entry.name)) {
+            return;
+        }
+        try {
+            visitContent(entry.name);
+        } catch (const std::exception& exception) {
+            reportException(exception);
+        }
     }
-    if (content.error) {
-        std::rethrow_exception(content.error);
+
+private:
+    void visitContent(const path& relative)
+    {
+        // Read to its end and closed before the walk goes deeper.
+        const DirectoryContent content = contentOf(base_ / relative);
+        for (const Entry& entry : content.entries) {
+            visit({relative / entry.name, entry.type});
+        }
+        if (content.error) {
+            std::rethrow_exception(content.error);
+        }
     }
-}
+
+    /// Looking at an entry takes the right to search its directory, which root always has. On
+    /// behalf of others each is looked at, which shows what is missing.
+    [[nodiscard]] bool isKnownAsNoDirectory(unsigned char type) const
+    {
+        return isRoot_ && type != DT_UNKNOWN && type != DT_DIR;
+    }
+
+    const path& base_;
+    const Visit& told_;
+    const bool isRoot_ = geteuid() == 0;
+};
 
 } // namespace
 
+void visitTree(const path& base, const path& relative, const Visit& told)
+{
+    Listing(base, told).visit({relative, DT_UNKNOWN});
+}
+
 void listTree(const path& base, const path& relative, EntryList& entries)
 {
-    entries.push_back(relative);
-    if (!isDirectory(base / relative)) {
-        return;
-    }
-    try {
-        listDirectory(base, relative, entries);
-    } catch (const std::exception& exception) {
-        reportException(exception);
-    }
+    visitTree(base, relative,
+        [&entries](const path& found, bool /*isFile*/) { entries.push_back(found); });
 }
 
 bool comesBefore(const path& a, const path& b) noexcept

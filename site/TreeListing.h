@@ -1,6 +1,7 @@
 #pragma once
 
 #include <boost/filesystem/path.hpp>
+#include <functional>
 #include <vector>
 
 namespace zelto
@@ -15,9 +16,17 @@ using EntryList = std::vector<boost::filesystem::path>;
 /// The path asked for is listed before it is looked at, hence also when nothing is there. What
 /// cannot be looked at is reported on standard error as "<path>: <reason>"; a directory that
 /// cannot be read, with the text of the exception. Either ends the walk of that directory only.
-/// However deep the tree, one descriptor is used at a time.
+/// However deep the tree, one descriptor is used at a time. A symbolic link on the way to a
+/// directory is followed only if it can be trusted (see fsutil/TrustedPath.h), so that exchanging
+/// directories while they are listed leads nowhere else.
 void listTree(const boost::filesystem::path& base, const boost::filesystem::path& relative,
     EntryList& entries);
+
+/// The same, telling each path as it comes.
+/// @param visit gets the path and whether its directory said that it is a regular file, which saves
+///              looking at it again.
+void visitTree(const boost::filesystem::path& base, const boost::filesystem::path& relative,
+    const std::function<void(const boost::filesystem::path& relative, bool isFile)>& visit);
 
 /// Whether a listed path comes before another: component by component, each compared as bytes, a
 /// path before everything beneath it. This is the order of boost's `a < b`, without the

@@ -26,14 +26,14 @@ protected:
         makeFile("/srv/w/page", "x", {0644, site, kvocln});
     }
 
-    /// Hands "shop" over while the next call of a function fails.
-    static Outcome changed(const char* function, int error)
+    /// Hands "shop" over while the nth call of a function fails.
+    static Outcome changed(const char* function, int error, int nth = 1)
     {
         return inChild([=] {
             PROGNAME = "twigctl";
             zelto::SkeletonOptions options;
             options.www_root = "/srv/w";
-            faults::fail(function, error);
+            faults::fail(function, error, nth);
             std::exit(changeSubdomainUser("example.test", "shop", "other", options));
         });
     }
@@ -61,14 +61,15 @@ protected:
 
 TEST_F(ChangeSubdomainUser, GoesOnWhenRootCannotTakeTheSubdomainBack)
 {
-    expectGoneOn(changed("chown", EROFS), "ERROR: unable to chown " + shop +
-                                              ": Read-only file system\n"
-                                              "\nSystem error 30: Read-only file system\n");
+    // Behind the three files in it.
+    expectGoneOn(changed("fchownat", EROFS, 4), "ERROR: unable to chown " + shop +
+                                                    ": Read-only file system\n"
+                                                    "\nSystem error 30: Read-only file system\n");
 }
 
 TEST_F(ChangeSubdomainUser, GoesOnWhenTheModeOfTheSubdomainCannotBeSet)
 {
-    expectGoneOn(changed("chmod", EROFS), "ERROR: unable to chmod " + shop +
-                                              ": Read-only file system\n"
-                                              "\nSystem error 30: Read-only file system\n");
+    expectGoneOn(changed("fchmodat2", EROFS), "ERROR: unable to chmod " + shop +
+                                                  ": Read-only file system\n"
+                                                  "\nSystem error 30: Read-only file system\n");
 }

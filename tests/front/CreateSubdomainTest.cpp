@@ -63,7 +63,13 @@ protected:
 
 TEST_F(CreateSubdomain, CallsTheTreesInsideTheSubdomainByTheirRelativePaths)
 {
-    expectReport(created("openat", EIO),
+    const Outcome end = inChild([] {
+        PROGNAME = "twigctl";
+        // Once it has gone into the subdomain, "conf" is opened when it is made, then as a tree.
+        faults::runBefore("fchdir", 1, [] { faults::fail("openat", EIO, 2); });
+        std::exit(createSubdomain("example.test", "shop", "site", "7", withoutSiteDirectories()));
+    });
+    expectReport(end,
         "Unable to open dir ./conf: Input/output error\n\nSystem error 5: Input/output error\n", 1);
 }
 
@@ -72,7 +78,7 @@ TEST_F(CreateSubdomain, CallsTheTreeOfErrorDocsByItsRelativePathToo)
     const Outcome end = inChild([] {
         PROGNAME = "twigctl";
         // The third directory to be made is "error_docs", behind the subdomain's and "conf".
-        faults::runBefore("mkdir", 3, [] { faults::fail("openat", EIO); });
+        faults::runBefore("mkdirat", 3, [] { faults::fail("openat", EIO, 2); });
         std::exit(createSubdomain("example.test", "shop", "site", "7", withoutSiteDirectories()));
     });
     expectReport(end,
@@ -97,7 +103,8 @@ TEST_F(CreateSubdomain, ReportsASiteDirectoryWhoseModeCannotBeSet)
     zelto::SkeletonOptions options = withoutSiteDirectories();
     options.skip_www_root = 0;
     options.www_root = "/srv/w";
-    expectReport(created("chmod", EROFS, 2, options),
+    // Behind the subdomain's own mode and the one that finishes the new directory.
+    expectReport(created("fchmodat2", EROFS, 3, options),
         "Unable to create and set permissions for /srv/w"
         "\nSystem error 30: Read-only file system\n",
         255);
@@ -127,7 +134,7 @@ TEST_F(CreateSubdomain, SetsAccessAtEveryDepthOfConfAndErrorDocs)
 
 TEST_F(CreateSubdomain, ReportsASubdomainThatCannotBeEntered)
 {
-    expectReport(created("chdir", EACCES),
+    expectReport(created("fchdir", EACCES),
         "ERROR: Unable to change directory to " + shop + "\nSystem error 13: Permission denied\n",
         255);
     EXPECT_FALSE(exists(shop + "/conf"));

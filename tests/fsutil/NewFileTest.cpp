@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -65,6 +66,21 @@ protected:
         return "dir  0755 root:root .\nfile " + line + '\n';
     }
 
+    /// The name under which a file is written where it cannot be written without one.
+    [[nodiscard]] std::string hiddenNameOf(const char* name) const
+    {
+        faults::clear();
+        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+        faults::runBefore("renameat2", 1, [] { seenBefore = tree(); });
+        EXPECT_EQ(create(name, ""), "");
+        EXPECT_EQ(unlinkat(directory_.get(), name, 0), 0);
+        faults::clear();
+        const size_t begin = seenBefore.find(".new-");
+        return seenBefore.substr(begin, seenBefore.find(' ', begin) - begin);
+    }
+
+    inline static std::string seenBefore; ///< what stood in the directory just before a renaming
+
     static constexpr const char* empty = "dir  0755 root:root .\n";
 
     faults::Guard guard_;
@@ -80,9 +96,6 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Ways, NewFileInAnyWay,
     ::testing::Values(Way::nameless, Way::throughProc, Way::renamed, Way::linkedAndUnlinked),
     [](const auto& way) { return nameOf(way.param); });
-
-std::string seenBefore;
-
 } // namespace
 
 TEST_P(NewFileInAnyWay, TheFileHasContentModeAndGroupAndBelongsToTheProcess)
@@ -305,35 +318,106 @@ TEST_F(NewFile, AHiddenNameIsLinkedWhereItCannotBeRenamedWithoutReplacing)
     }
 }
 
-TEST_F(NewFile, HiddenNamesCannotBeForeseen)
+TEST_F(NewFile, AHiddenNameBelongsToTheFinalOne)
 {
-    std::set<std::string> seen;
-    for (int i = 0; i < 20; ++i) {
-        faults::clear();
-        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
-        faults::runBefore("renameat2", 1, [] { seenBefore = tree(); });
-        EXPECT_EQ(create("f", ""), "");
-        seen.insert(seenBefore);
-        EXPECT_EQ(unlink("/srv/d/f"), 0);
-    }
-    EXPECT_EQ(seen.size(), 20U);
+    EXPECT_EQ(hiddenNameOf("f"), hiddenNameOf("f"));
+    EXPECT_NE(hiddenNameOf("f"), hiddenNameOf("g"));
 }
 
-TEST_F(NewFile, WithoutRandomnessThereIsNoHiddenName)
+TEST_F(NewFile, WhatAKilledRunLeftUnderTheHiddenNameIsRemovedByTheNext)
 {
+    const std::string hidden = "/srv/d/" + hiddenNameOf("f");
+    for (const char* call : {"write", "fchmod", "fchown", "renameat2"}) {
+        const Outcome end = inChild([&] {
+            faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+            faults::runBefore(call, 1, [] { _exit(9); });
+            create("f", "half");
+        });
+        EXPECT_EQ(end.status, 9) << call;
+        EXPECT_TRUE(exists(hidden)) << call;
+        faults::clear();
+        faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+        EXPECT_EQ(create("f", "x"), "");
+        EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\"")) << call;
+        EXPECT_EQ(unlink("/srv/d/f"), 0);
+    }
+}
+
+TEST_F(NewFile, ASecondLinkThatAKilledRunLeftIsRemoved)
+{
+    const std::string hidden = hiddenNameOf("f");
+    const Outcome end = inChild([&] {
+        force(Way::linkedAndUnlinked);
+        faults::runBefore("unlinkat", 1, [] { _exit(9); });
+        create("f", "x");
+    });
+    EXPECT_EQ(end.status, 9);
+    ASSERT_TRUE(exists("/srv/d/" + hidden));
+    removeLeftoverOf(directory_.get(), "f");
+    EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+}
+
+TEST_F(NewFile, AFileThatIsNoLeftoverKeepsItsHiddenName)
+{
+    const std::string hidden = "/srv/d/" + hiddenNameOf("f");
+    makeFile("/srv/d/f", "x");
+    makeFile(hidden, "another file");
+    removeLeftoverOf(directory_.get(), "f");
+    EXPECT_TRUE(exists(hidden));
+    ASSERT_EQ(unlink(hidden.c_str()), 0);
+    ASSERT_EQ(link("/srv/d/f", hidden.c_str()), 0);
+    const Descriptor inUse(open(hidden.c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(flock(inUse.get(), LOCK_EX), 0);
+    removeLeftoverOf(directory_.get(), "f");
+    EXPECT_TRUE(exists(hidden));
+}
+
+TEST_F(NewFile, AHiddenNameThatIsTakenIsReplacedByOneThatCannotBeForeseen)
+{
+    const std::string hidden = "/srv/d/" + hiddenNameOf("f");
+    const auto take = [&](const std::string& kind) {
+        if (kind == "directory") {
+            makeDir(hidden);
+        } else if (kind == "link") {
+            makeLink(hidden, "/etc/passwd");
+        } else if (kind == "pipe") {
+            makeFifo(hidden);
+        } else {
+            makeFile(hidden, "theirs");
+        }
+        if (kind == "their file") {
+            ASSERT_EQ(chown(hidden.c_str(), site, users), 0);
+        }
+    };
+    for (const char* kind : {"directory", "link", "pipe", "their file", "file in use"}) {
+        take(kind);
+        const Descriptor inUse(
+            open(hidden.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        (void)flock(inUse.get(), LOCK_EX);
+        const std::string before = tree();
+        std::set<std::string> seen;
+        for (int i = 0; i < 5; ++i) {
+            faults::clear();
+            faults::failAlways("O_TMPFILE", EOPNOTSUPP);
+            faults::runBefore("renameat2", 1, [] { seenBefore = tree(); });
+            EXPECT_EQ(create("f", ""), "") << kind;
+            seen.insert(seenBefore);
+            EXPECT_EQ(unlink("/srv/d/f"), 0);
+            EXPECT_EQ(tree(), before) << kind;
+        }
+        EXPECT_EQ(seen.size(), 5U) << kind;
+        EXPECT_EQ(remove(hidden.c_str()), 0);
+    }
+}
+
+TEST_F(NewFile, WithoutRandomnessATakenHiddenNameCannotBeReplaced)
+{
+    makeDir("/srv/d/" + hiddenNameOf("f"));
+    const std::string before = tree();
     faults::failAlways("O_TMPFILE", EOPNOTSUPP);
     faults::fail("getentropy", ENOSYS);
     EXPECT_EQ(create("f", "x"), "ENOSYS");
-    EXPECT_EQ(tree(), empty);
-}
-
-TEST_F(NewFile, ATakenHiddenNameIsReplacedByAnother)
-{
-    faults::failAlways("O_TMPFILE", EOPNOTSUPP);
-    faults::fail("openat", EEXIST);
-    EXPECT_EQ(create("f", "x"), "");
-    EXPECT_EQ(faults::calls("openat"), 2);
-    EXPECT_EQ(tree(), withFile("0644 root:kvocln f \"x\""));
+    EXPECT_EQ(tree(), before);
 }
 
 TEST_F(NewFile, RunningOutOfHiddenNamesIsNotMistakenForATakenFinalName)

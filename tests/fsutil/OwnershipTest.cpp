@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/fsutil/Reports.h"
 #include "tests/lib/Faults.h"
@@ -75,7 +76,7 @@ TEST_F(SetOwnerAndMode, DoesNotTouchTheModeWhenTheOwnerCannotBeSet)
 {
     int result = 0;
     EXPECT_EQ(reportsOf([&] {
-        faults::fail("chown", EPERM);
+        faults::fail("fchownat", EPERM);
         result = setOwnerAndMode("/srv/file", site, kvoserv, 0755);
     }),
         "twigctl: ERROR: unable to chown /srv/file: Operation not permitted\n"
@@ -88,7 +89,7 @@ TEST_F(SetOwnerAndMode, ReportsAModeThatCannotBeSetWithTheOwnerAlreadyChanged)
 {
     int result = 0;
     EXPECT_EQ(reportsOf([&] {
-        faults::fail("chmod", EROFS);
+        faults::fail("fchmodat2", EROFS);
         result = setOwnerAndMode("/srv/file", site, kvoserv, 0755);
     }),
         "twigctl: ERROR: unable to chmod /srv/file: Read-only file system\n"
@@ -156,7 +157,7 @@ TEST_F(SetOwnerAndModeIfPresent, ReportsAsSetOwnerAndModeDoes)
 {
     int result = 0;
     EXPECT_EQ(reportsOf([&] {
-        faults::fail("chown", EPERM);
+        faults::fail("fchownat", EPERM);
         result = setOwnerAndModeIfPresent("/srv/file", site, kvocln, 0600);
     }),
         "twigctl: ERROR: unable to chown /srv/file: Operation not permitted\n"
@@ -173,7 +174,82 @@ TEST_F(SetOwnerAndModeIfPresent, ForgetsAnOlderError)
 
 TEST_F(SetOwnerAndMode, KeepsAnOlderError)
 {
-    errno = EPERM;
-    setOwnerAndMode("/srv/file", site, kvocln, 0600);
-    EXPECT_EQ(errno, EPERM);
+    makeLink("/srv/link", "file");
+    for (const char* path : {"/srv/file", "/srv/link"}) {
+        errno = EPERM;
+        setOwnerAndMode(path, site, kvocln, 0600);
+        EXPECT_EQ(errno, EPERM) << path;
+    }
+}
+
+TEST_F(SetOwnerAndMode, KeepsAnOlderErrorWhereNewerCallsAreMissing)
+{
+    makeDir("/srv/directory");
+    for (const char* path : {"/srv/file", "/srv/directory"}) {
+        for (const char* call : {"openat2", "fchmodat2"}) {
+            const Outcome end = inChild([=] {
+                faults::failAlways(call, ENOSYS);
+                errno = ENOENT;
+                setOwnerAndMode(path, site, kvocln, 0700);
+                EXPECT_EQ(errno, ENOENT) << path << ' ' << call;
+                std::exit(HasFailure() ? 1 : 0);
+            });
+            EXPECT_EQ(end.status, 0) << end.out;
+        }
+    }
+}
+
+TEST_F(SetOwnerAndMode, RefusesALinkOfSomebodyElseAtTheEndAndOnTheWay)
+{
+    makeDir("/srv/directory");
+    makeFile("/srv/directory/file", "x");
+    makeLink("/srv/theirs", "file");
+    makeLink("/srv/way", "directory");
+    ASSERT_EQ(lchown("/srv/theirs", site, users) | lchown("/srv/way", site, users), 0);
+    for (const std::string path : {"/srv/theirs", "/srv/way/file"}) {
+        for (const auto set : {setOwnerAndMode, setOwnerAndModeIfPresent}) {
+            int result = 0;
+            EXPECT_EQ(reportsOf([&] { result = set(path.c_str(), site, kvocln, 0777); }),
+                "twigctl: ERROR: unable to chown " + path +
+                    ": Too many levels of symbolic links\n"
+                    "\nSystem error 40: Too many levels of symbolic links\n");
+            EXPECT_EQ(result, -1);
+        }
+    }
+    EXPECT_EQ(accessOf("/srv/file"), "0640 other:users");
+    EXPECT_EQ(accessOf("/srv/directory/file"), "0644 root:root");
+}
+
+TEST_F(SetOwnerAndMode, ChangesTheFileThatItFoundWhateverTakesItsName)
+{
+    makeFile("/srv/innocent", "x");
+    for (const char* function : {"fchownat", "fchmodat2"}) {
+        makeFile("/srv/new", "x");
+        faults::runBefore(function, 1, [] {
+            ASSERT_EQ(rename("/srv/new", "/srv/moved"), 0);
+            makeLink("/srv/new", "innocent");
+        });
+        EXPECT_EQ(setOwnerAndMode("/srv/new", site, kvocln, 0600), 0);
+        EXPECT_EQ(accessOf("/srv/moved"), "0600 site:kvocln") << function;
+        EXPECT_EQ(accessOf("/srv/innocent"), "0644 root:root") << function;
+        ASSERT_EQ(unlink("/srv/new"), 0);
+    }
+}
+
+TEST_F(SetOwnerAndMode, ChangesAPipeWithoutWaitingForItsOtherEnd)
+{
+    makeFifo("/srv/fifo");
+    const Outcome end = inChild([] {
+        alarm(20);
+        std::exit(setOwnerAndMode("/srv/fifo", site, kvocln, 0620) == 0 ? 7 : 8);
+    });
+    EXPECT_EQ(end.status, 7);
+    EXPECT_EQ(accessOf("/srv/fifo"), "0620 site:kvocln");
+}
+
+TEST_F(SetOwnerAndMode, LeavesNoDescriptorOpen)
+{
+    const size_t before = openDescriptors();
+    EXPECT_EQ(setOwnerAndMode("/srv/file", site, kvocln, 0600), 0);
+    EXPECT_EQ(openDescriptors(), before);
 }

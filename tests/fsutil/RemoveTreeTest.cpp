@@ -259,8 +259,8 @@ TEST_F(RemoveTree, UnlinksADirectoryEntryThatTurnsIntoALinkOnlyByFailingToOpenIt
 {
     makeDirs("/srv/t/a");
     const Outcome end = inChild([] {
-        // The walk's second openat() opens "a", behind the one of the tree itself.
-        faults::runBefore("openat", 2, [] {
+        // The second openat2() opens "a", behind the one of the way to the tree.
+        faults::runBefore("openat2", 2, [] {
             ASSERT_EQ(rmdir("/srv/t/a"), 0);
             makeLink("/srv/t/a", "/srv/kept");
         });

@@ -29,6 +29,20 @@ protected:
         });
     }
 
+    /// How many calls the body makes of those that walks are made of.
+    static int callsOf(const std::function<void()>& body)
+    {
+        faults::clear();
+        body();
+        int sum = 0;
+        for (const char* call : {"open", "openat", "openat2", "fchdir", "getdents64", "stat",
+                 "lstat", "fstat", "fstatat", "statx", "lseek", "fcntl", "close", "chown", "fchown",
+                 "fchownat", "chmod", "fchmod", "fchmodat", "fchmodat2", "unlinkat", "rmdir"}) {
+            sum += faults::calls(call);
+        }
+        return sum;
+    }
+
     static void expectQuiet(const Outcome& end)
     {
         EXPECT_EQ(end.err, "");
@@ -161,7 +175,7 @@ TEST_F(TreeWalkLimits, StopADeepWalkWhoseWayBackCannotBeOpened)
 {
     makeDeepTree("/srv/deep", 60, 0, 0);
     const Outcome end = inChild([] {
-        faults::fail("openat", EMFILE, 62); // behind those that led down
+        faults::fail("openat", EMFILE, 2); // behind the one of the top
         removeTree("/srv/deep", 1);
     });
     EXPECT_EQ(end.err, "Unable to restore & close current dir: Too many open files\n"
@@ -274,29 +288,75 @@ TEST_F(TreeWalkLimits, GiveUpOnADirectoryThatStaysFull)
     EXPECT_EQ(again.status, 1);
 }
 
-TEST_F(TreeWalkLimits, CostNoMoreThanTenCallsForADirectoryInADeepChain)
+TEST_F(TreeWalkLimits, AreSevenCallsForADirectoryInADeepChainThatIsRemoved)
 {
+    // Down: open it, read its entries, close it to stay within the bound. Up again: open it, see
+    // that it is the same, close it, remove it.
+    constexpr int levels = 10000;
+    makeDeepTree("/srv/deep", levels, 0, 0);
+    EXPECT_LE(callsOf([] { removeTree("/srv/deep", 1); }), 7 * levels);
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_F(TreeWalkLimits, AreNineCallsForADirectoryInADeepChainThatIsChanged)
+{
+    // As above, but that it is read to its certain end, looked at before it is closed, and changed.
+    constexpr int levels = 10000;
+    makeDeepTree("/srv/deep", levels, 0, 0);
+    EXPECT_LE(callsOf([] { changeOwnerOfTree("/srv/deep", site, kvocln, 1); }), 9 * levels);
+    EXPECT_LE(callsOf([] { changeModeOfTree("/srv/deep", 0640, 0710, 1); }), 9 * levels);
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), levels + 1);
+}
+
+TEST_F(TreeWalkLimits, BringTheCurrentDirectoryOfAnUnprivilegedRemovalUpWithIt)
+{
+    // It stands in a directory that is removed: see TreeWalk.cpp.
     constexpr int levels = 400;
     makeDeepTree("/srv/deep", levels, 0, 0);
-    const auto calls = [] {
-        int sum = 0;
-        for (const char* call : {"openat", "fchdir", "getdents64", "fstat", "fstatat", "lseek",
-                 "close", "fchown", "fchownat", "fchmod", "fchmodat2", "unlinkat"}) {
-            sum += faults::calls(call);
-        }
-        return sum;
-    };
+    changeOwnerOfTree("/srv/deep", site, users, 1);
+    expectQuiet(inChild([] {
+        ASSERT_EQ(setgid(users) | setuid(site), 0);
+        removeTree("/srv/deep", 0);
+        EXPECT_GE(faults::calls("fchdir"), levels + levels / 16 - 3);
+        EXPECT_LE(faults::calls("fchdir"), levels + levels / 16 + 3);
+    }));
+    EXPECT_EQ(treeOf("/srv/deep"), "dir  0755 site:users .\n");
+}
+
+TEST_F(TreeWalkLimits, AskForTheIdentityOfEveryLevelWhereEntriesMayNotTellIt)
+{
+    constexpr int levels = 60;
+    constexpr int closed = levels + 1 - TreeWalk::maximumOpen;
+    makeDeepTree("/srv/deep", levels, 0, 0);
     faults::clear();
-    changeOwnerOfTree("/srv/deep", site, kvocln, 1);
-    EXPECT_LE(calls(), 10 * levels);
+    removeTree("/srv/deep", 0);
+    EXPECT_EQ(faults::calls("fstat"), 1 + 1 + closed) << "the file system, the top, each found";
+    makeDeepTree("/srv/deep/again", levels - 1, 0, 0);
     faults::clear();
-    changeModeOfTree("/srv/deep", 0640, 0710, 1);
-    EXPECT_LE(calls(), 10 * levels);
-    faults::clear();
-    removeTree("/srv/deep", 1);
-    EXPECT_LE(calls(), 10 * levels);
-    // Some of these calls bring the current directory up with the walk: see TreeWalk.cpp.
-    EXPECT_GE(faults::calls("fchdir"), levels + levels / 16 - 3);
+    expectQuiet(outputOf([] {
+        faults::fail("fstat", EIO); // a file system that tells nothing about itself
+        removeTree("/srv/deep", 0);
+    }));
+    EXPECT_EQ(faults::calls("fstat"), 1 + closed + closed);
+    EXPECT_EQ(treeOf("/srv/deep"), "dir  0755 root:root .\n");
+}
+
+TEST_F(TreeWalkLimits, StopADeepRemovalWhoseLevelWasExchangedBeforeItWasOpened)
+{
+    makeDeepTree("/srv/deep", 60, 0, 0);
+    makeDeepTree("/srv/other", 60, 0, 0);
+    const Outcome end = inChild([] {
+        // Behind the one of the way to the tree.
+        faults::runBefore("openat2", 2, [] {
+            ASSERT_EQ(rename("/srv/deep/d", "/srv/moved"), 0);
+            ASSERT_EQ(rename("/srv/other", "/srv/deep/d"), 0);
+        });
+        removeTree("/srv/deep", 1);
+    });
+    EXPECT_EQ(end.err, "Unable to restore & close current dir: Stale file handle\n"
+                       "\nSystem error 116: Stale file handle\n");
+    EXPECT_EQ(end.status, 1);
+    EXPECT_EQ(levelsWith("/srv/moved", 0, 0644, 0755), 60);
 }
 
 TEST_F(TreeWalkLimits, DoNotGoBackIntoADirectoryThatTakesSeveralReads)
@@ -305,7 +365,8 @@ TEST_F(TreeWalkLimits, DoNotGoBackIntoADirectoryThatTakesSeveralReads)
     makeWideDirectory("/srv/t/wide", 5000);
     faults::clear();
     removeTree("/srv/t", 1);
-    EXPECT_EQ(faults::calls("openat"), 2);
+    EXPECT_EQ(faults::calls("openat"), 1) << "the top";
+    EXPECT_EQ(faults::calls("openat2"), 2) << "the way to the top, and the wide directory";
 }
 
 TEST_F(TreeWalkLimits, StopADeepWalkThatCannotCloseOrKnowAgainALevel)
@@ -316,10 +377,9 @@ TEST_F(TreeWalkLimits, StopADeepWalkThatCannotCloseOrKnowAgainALevel)
         int nth;
         const char* words;
     } table[] = {
-        {"fstat", EIO, 1, "Unable to get file descriptor of current dir"},
+        {"fstat", EIO, 2, "Unable to get file descriptor of current dir"},
         {"close", EIO, 1, "Unable to close dir /srv/deep"},
-        {"fstat", EIO, 30, "Unable to restore & close current dir"},
-        {"fchdir", EACCES, 62, "Unable to restore & close current dir"},
+        {"fstat", EIO, 3, "Unable to restore & close current dir"},
     };
     for (const auto& row : table) {
         removeTree("/srv/deep", 1);
@@ -331,6 +391,21 @@ TEST_F(TreeWalkLimits, StopADeepWalkThatCannotCloseOrKnowAgainALevel)
         EXPECT_EQ(end.err.rfind(std::string(row.words) + ": ", 0), 0U) << row.call << row.nth;
         EXPECT_EQ(end.status, 1);
     }
+}
+
+TEST_F(TreeWalkLimits, StopAnUnprivilegedRemovalThatCannotBringItsDirectoryUp)
+{
+    makeDeepTree("/srv/deep", 60, 0, 0);
+    changeOwnerOfTree("/srv/deep", site, users, 1);
+    const Outcome end = inChild([] {
+        ASSERT_EQ(setgid(users) | setuid(site), 0);
+        faults::fail("fchdir", EACCES, 62); // behind those that led down
+        removeTree("/srv/deep", 0);
+    });
+    EXPECT_EQ(end.err, "Unable to restore & close current dir: Permission denied\n"
+                       "\nSystem error 13: Permission denied\n");
+    EXPECT_EQ(end.status, 1);
+    EXPECT_TRUE(exists("/srv/deep/d"));
 }
 
 TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)

@@ -15,6 +15,7 @@ struct Walk {
     void (*on)(const char* path);
     const char* file;      ///< access of a file that is done, "" if it is gone
     const char* directory; ///< the same for a directory
+    const char* opening;   ///< the call that opens subdirectories, used once before the first
 };
 
 void remove(const char* path)
@@ -57,6 +58,13 @@ protected:
         EXPECT_EQ(end.status, 1);
     }
 
+    /// Becomes the user to whom the tree belongs from then on, in a child.
+    static void becomeItsOwner()
+    {
+        ASSERT_EQ(chown("/srv/t", site, users) | chown("/srv/t/a", site, users), 0);
+        ASSERT_EQ(setgid(users) | setuid(site), 0);
+    }
+
     static std::string accessIfThere(const std::string& path)
     {
         return exists(path) ? accessOf(path) : "";
@@ -72,17 +80,16 @@ protected:
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, TreeWalkSteps,
-    ::testing::Values(Walk{"removing", remove, "", ""},
-        Walk{"owner", own, "0644 site:kvocln", "0755 site:kvocln"},
-        Walk{"mode", mode, "0640 root:root", "0750 root:root"}),
+    ::testing::Values(Walk{"removing", remove, "", "", "openat2"},
+        Walk{"owner", own, "0644 site:kvocln", "0755 site:kvocln", "openat"},
+        Walk{"mode", mode, "0640 root:root", "0750 root:root", "openat"}),
     [](const auto& walk) { return std::string(walk.param.name); });
 
 } // namespace
 
 TEST_P(TreeWalkSteps, FailToKeepTheCurrentDirectoryBeforeTheTreeIsOpened)
 {
-    // The first open() holds the directory of the path, the second the current one.
-    expectFatal([] { faults::fail("open", EMFILE, 2); },
+    expectFatal([] { faults::fail("open", EMFILE); },
         "Unable to get file descriptor of current dir", EMFILE);
     EXPECT_EQ(accessOf("/srv/t/a/file"), "0644 root:root");
 }
@@ -94,23 +101,48 @@ TEST_P(TreeWalkSteps, FailToOpenTheTopByThePathAsGiven)
 
 TEST_P(TreeWalkSteps, FailToOpenASubdirectoryByItsBareName)
 {
-    expectFatal([] { faults::fail("openat", EMFILE, 2); }, "Unable to open dir a", EMFILE);
+    expectFatal(
+        [] { faults::fail(GetParam().opening, EMFILE, 2); }, "Unable to open dir a", EMFILE);
 }
 
-TEST_P(TreeWalkSteps, FailToChangeIntoTheTop)
+TEST_P(TreeWalkSteps, FailToChangeIntoATopThatTheUserMayReadButNotSearch)
 {
-    expectFatal([] { faults::fail("fchdir", EACCES); }, "Unable to change dir /srv/t", EACCES);
+    ASSERT_EQ(chmod("/srv/t", 0400), 0);
+    expectFatal(becomeItsOwner, "Unable to change dir /srv/t", EACCES);
 }
 
-TEST_P(TreeWalkSteps, FailToChangeIntoASubdirectory)
+TEST_P(TreeWalkSteps, FailToChangeIntoASubdirectoryThatTheUserMayReadButNotSearch)
 {
-    expectFatal([] { faults::fail("fchdir", EACCES, 2); }, "Unable to change dir a", EACCES);
+    ASSERT_EQ(chmod("/srv/t/a", 0400), 0);
+    expectFatal(becomeItsOwner, "Unable to change dir a", EACCES);
+    EXPECT_EQ(treeOf("/srv/t"), "dir  0755 site:users .\n"
+                                "dir  0400 site:users a\n"
+                                "file 0644 root:root a/file \"x\"\n");
+}
+
+TEST_P(TreeWalkSteps, FailToChangeIntoDirectoriesForAnyOtherReasonToo)
+{
+    const auto failAt = [](int nth) {
+        return [nth] {
+            becomeItsOwner();
+            faults::fail("fchdir", EIO, nth);
+        };
+    };
+    expectFatal(failAt(1), "Unable to change dir /srv/t", EIO);
+    expectFatal(failAt(2), "Unable to change dir a", EIO);
+}
+
+TEST_P(TreeWalkSteps, ChangeIntoNoDirectoryForRootWhoMaySearchThemAll)
+{
+    ASSERT_EQ(chmod("/srv/t/a", 0) | chmod("/srv/t", 0), 0);
+    GetParam().on("/srv/t");
+    EXPECT_EQ(accessIfThere("/srv/t/a/file"), GetParam().file);
+    EXPECT_EQ(faults::calls("fchdir"), 1) << "the way back at the end";
 }
 
 TEST_P(TreeWalkSteps, FailToRestoreTheCurrentDirectory)
 {
-    expectFatal(
-        [] { faults::fail("fchdir", EIO, 3); }, "Unable to restore & close current dir", EIO);
+    expectFatal([] { faults::fail("fchdir", EIO); }, "Unable to restore & close current dir", EIO);
 }
 
 TEST_P(TreeWalkSteps, FailToCloseASubdirectory)
@@ -136,7 +168,7 @@ TEST_P(TreeWalkSteps, NameTheFirstOfTwoFailuresToRestoreAndClose)
 {
     expectFatal(
         [] {
-            faults::fail("fchdir", ESTALE, 3);
+            faults::fail("fchdir", ESTALE);
             faults::fail("close", EIO, 2);
         },
         "Unable to restore & close current dir", ESTALE);
@@ -194,30 +226,37 @@ TEST_P(TreeWalkSteps, GiveTheSameResultWhereTypesAreUnknown)
     expectDone();
 }
 
-TEST_P(TreeWalkSteps, FailOnADirectoryOfUnknownTypeThatVanishesAfterTheLook)
+TEST_P(TreeWalkSteps, FailOnADirectoryOfUnknownTypeThatVanishesAfterTheLookUnlessItWasToVanish)
 {
-    expectFatal(
-        [] {
-            faults::hideEntryTypes(true);
-            faults::fail("openat", ENOENT, 2);
-        },
-        "Unable to open dir a", ENOENT);
+    const bool removes = *GetParam().directory == '\0';
+    const Outcome end = inChild([] {
+        faults::hideEntryTypes(true);
+        faults::fail(GetParam().opening, ENOENT, 2);
+        GetParam().on("/srv/t");
+    });
+    EXPECT_EQ(end.err, removes ? ""
+                               : "Unable to open dir a: No such file or directory\n"
+                                 "\nSystem error 2: No such file or directory\n");
+    EXPECT_EQ(end.out, end.err);
+    EXPECT_EQ(end.status, removes ? 0 : 1);
+    EXPECT_EQ(accessOf("/srv/t/a/file"), "0644 root:root");
 }
 
 TEST_P(TreeWalkSteps, PassOverASubdirectoryThatVanishesBeforeItsTurn)
 {
     makeDir("/srv/one");
     makeDir("/srv/one/a");
-    faults::runBefore("openat", 2, [] { (void)rmdir("/srv/one/a"); });
+    faults::runBefore(GetParam().opening, 2, [] { ASSERT_EQ(rmdir("/srv/one/a"), 0); });
     const Outcome end = outputOf([] { GetParam().on("/srv/one"); });
     EXPECT_EQ(end.out + end.err, "");
+    EXPECT_EQ(faults::calls("unlinkat"), 0) << "nothing was left to remove";
 }
 
 TEST_P(TreeWalkSteps, SayFirstThatAnEntryCannotBeLookedAtWhenItCanNeitherBeOpened)
 {
     expectFatal(
         [] {
-            faults::fail("openat", EIO, 2);
+            faults::fail(GetParam().opening, EIO, 2);
             faults::fail("fstatat", EIO, 2);
         },
         "Unable to check directory entry a", EIO);
@@ -280,6 +319,6 @@ TEST_P(TreeWalkSteps, PrintANameWithPercentSignsAsItIs)
 {
     makeDir("/srv/percent");
     makeDir("/srv/percent/%s%n");
-    expectFatal(
-        [] { faults::fail("openat", EIO, 2); }, "Unable to open dir %s%n", EIO, "/srv/percent");
+    expectFatal([] { faults::fail(GetParam().opening, EIO, 2); }, "Unable to open dir %s%n", EIO,
+        "/srv/percent");
 }

@@ -11,6 +11,7 @@
 #include <fcntl.h>
 #include <sys/select.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <utility>
@@ -150,6 +151,9 @@ WRAP(int, -1, fchownat, (int directory, const char* name, uid_t owner, gid_t gro
     (directory, name, owner, group, flags))
 WRAP(int, -1, fchmodat, (int directory, const char* name, mode_t mode, int flags),
     (directory, name, mode, flags))
+WRAP(int, -1, statx,
+    (int directory, const char* name, int flags, unsigned mask, struct statx* status),
+    (directory, name, flags, mask, status))
 WRAP(int, -1, rename, (const char* from, const char* to), (from, to))
 WRAP(int, -1, unlinkat, (int directory, const char* name, int flags), (directory, name, flags))
 WRAP(int, -1, linkat,
@@ -228,7 +232,7 @@ extern "C" int __wrap_fcntl(int file, int command, ...)
     return failsNow("fcntl") ? -1 : __real_fcntl(file, command, argument);
 }
 
-/// Only fchmodat2 is called by number.
+/// Only fchmodat2 and openat2 are called by number.
 extern "C" long __wrap_syscall(long number, ...)
 {
     va_list arguments;
@@ -238,7 +242,9 @@ extern "C" long __wrap_syscall(long number, ...)
     const long third = va_arg(arguments, long);
     const long fourth = va_arg(arguments, long);
     va_end(arguments);
-    return failsNow("fchmodat2") ? -1 : __real_syscall(number, first, second, third, fourth);
+    return failsNow(number == SYS_openat2 ? "openat2" : "fchmodat2")
+               ? -1
+               : __real_syscall(number, first, second, third, fourth);
 }
 
 extern "C" ssize_t __wrap_getdents64(int directory, void* buffer, size_t size)

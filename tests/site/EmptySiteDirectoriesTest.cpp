@@ -106,8 +106,10 @@ TEST_F(EmptySiteDirectories, NeitherListsNorEmptiesTheCgiDirectoryWhenItIsSkippe
     options_.skip_cgi_bin = 1;
     faults::clear();
     EXPECT_EQ(messagesOfEmptying(), "");
-    // The two other trees and the file in "private".
-    EXPECT_EQ(faults::calls("lstat"), 3);
+    // Looks at the two other trees, and at the file in "private" before it is removed.
+    EXPECT_EQ(faults::calls("fstatat"), 2 + 1);
+    // A tree is reached and read, and "private" is opened to be emptied.
+    EXPECT_EQ(faults::calls("openat2"), 2 * 2 + 1);
     EXPECT_TRUE(exists("/srv/cgi/x"));
 }
 
@@ -231,7 +233,9 @@ TEST_F(EmptySiteDirectories, TakesAnEmptyOptionForATreeThatIsNotThere)
     options_.cgi_bin_path = nullptr;
     faults::clear();
     EXPECT_EQ(messagesOfEmptying(), "");
-    EXPECT_EQ(faults::calls("lstat"), 2);
+    // A look at "private", and one at the file in it before that is removed.
+    EXPECT_EQ(faults::calls("fstatat"), 1 + 1);
+    EXPECT_EQ(faults::calls("openat2"), 2 + 1);
     EXPECT_EQ(treeOf("/srv/here"), before);
     EXPECT_EQ(treeOf(host + "/private"), emptyDirectory);
     ASSERT_EQ(chdir("/"), 0);
@@ -274,9 +278,11 @@ TEST_F(EmptySiteDirectories, OpensADirectoryOnceForAllOfItsFiles)
     faults::clear();
     EXPECT_EQ(messagesOfEmptying(), "");
     EXPECT_EQ(faults::calls("unlinkat"), 102);
-    // "private", "d" and, for "d" itself, the document root.
-    EXPECT_EQ(faults::calls("open"), 3);
+    // Each of the four directories is reached and read. Then the bases of "private", "d" and, for
+    // "d" itself, the document root are opened, and below two of them one directory.
+    EXPECT_EQ(faults::calls("openat2"), 2 * 4 + 3);
     EXPECT_EQ(faults::calls("openat"), 2);
+    EXPECT_EQ(faults::calls("open"), 0);
 }
 
 TEST_F(EmptySiteDirectories, LeavesNoDescriptorOpen)

@@ -266,8 +266,9 @@ TEST_F(RemoveApplicationInstance, OpensADirectoryOnceForAllOfItsFiles)
     EXPECT_EQ(messagesOfRemoving(section("htdocs", files), "app"),
         "rmdir(\"/srv/web/app\"): Directory not empty\n");
     // "app/d", and the document root for "app".
-    EXPECT_EQ(faults::calls("open"), 2);
+    EXPECT_EQ(faults::calls("openat2"), 2);
     EXPECT_EQ(faults::calls("openat"), 2);
+    EXPECT_EQ(faults::calls("open"), 0);
 }
 
 TEST_F(RemoveApplicationInstance, TakesAnEmptySubdirectoryForTheTopOfTheTrees)

@@ -99,7 +99,7 @@ TEST_F(SiteRemover, ReportsABaseThatIsNoDirectory)
     makeFile("/srv/file", "");
     options_.www_root = "/srv/file";
     EXPECT_EQ(messagesOf("httpdocs/a"), "lstat(\"/srv/file/a\"): Not a directory\n");
-    faults::fail("open", EMFILE);
+    faults::fail("openat2", EMFILE);
     EXPECT_EQ(messagesOf("cgi-bin/a"), "lstat(\"/srv/cgi/a\"): Too many open files\n");
 }
 

@@ -35,35 +35,102 @@ TEST_F(SkeletonCopierTest, OutsideADanglingLinkOnTheWayStopsEverything)
 
 TEST_F(SkeletonCopierTest, ADirectoryThatAppearsMeanwhileIsKeptAsItIs)
 {
-    const std::pair<const char*, const char*> table[] = {
-        {"conf", "mkdirat"},   // below the virtual host
-        {"httpdocs", "lstat"}, // the document root itself, looked at first
-    };
-    for (const auto& [entry, call] : table) {
+    for (const char* entry : {"conf", "httpdocs"}) {
         faults::clear();
-        faults::runBefore(call, call == std::string("lstat") ? 2 : 1, [] {
+        faults::runBefore("mkdirat", 1, [] {
             (void)mkdir("/srv/v/conf", 0711);
             (void)mkdir("/srv/w/web", 0711);
         });
         EXPECT_EQ(copy({entry}), "");
+        EXPECT_EQ(faults::calls("mkdirat"), 1);
+        EXPECT_EQ(rmdir(entry == std::string("conf") ? "/srv/w/web" : "/srv/v/conf"), 0);
+        EXPECT_EQ(accessOf(entry == std::string("conf") ? "/srv/v/conf" : "/srv/w/web"),
+            "0711 root:root");
+        (void)rmdir("/srv/v/conf");
     }
-    EXPECT_EQ(accessOf("/srv/v/conf"), "0711 root:root");
-    EXPECT_EQ(accessOf("/srv/w/web"), "0711 root:root");
 }
 
-TEST_F(SkeletonCopierTest, ADirectorysModeAndGroupAreNotChecked)
+TEST_F(SkeletonCopierTest, AFileThatAppearsInADirectorysPlaceMeanwhileStopsEverything)
+{
+    faults::runBefore("mkdirat", 1, [] { makeFile("/srv/v/conf", "theirs"); });
+    EXPECT_EQ(
+        failureOf("conf"), "boost::filesystem::create_directory: File exists: \"/srv/v/conf\"");
+    faults::runBefore("mkdirat", 1, [] { makeFile("/srv/w/web", "theirs"); });
+    EXPECT_EQ(
+        failureOf("httpdocs"), "boost::filesystem::create_directory: File exists: \"/srv/w/web\"");
+    EXPECT_EQ(contentOf("/srv/v/conf") + contentOf("/srv/w/web"), "theirstheirs");
+}
+
+TEST_F(SkeletonCopierTest, ADirectorysGroupIsNotChecked)
 {
     ASSERT_EQ(chmod("/srv/s/conf", 0700), 0);
-    faults::fail("openat", EMFILE);
+    for (const auto& [entry, destination] :
+        {std::pair("conf", "/srv/v/conf"), std::pair("httpdocs", "/srv/w/web")}) {
+        faults::fail("fchownat", EPERM);
+        EXPECT_EQ(copy({entry}), "");
+        EXPECT_EQ(accessOf(destination),
+            std::string(entry == std::string("conf") ? "0700" : "0755") + " root:root");
+    }
+}
+
+TEST_F(SkeletonCopierTest, ADirectoryWhoseModeCannotBeSetIsFinishedByTheNextRun)
+{
+    ASSERT_EQ(chmod("/srv/s/conf", 02750), 0);
+    faults::fail("fchmodat2", EIO);
     EXPECT_EQ(copy({"conf"}), "");
-    EXPECT_EQ(accessOf("/srv/v/conf"), "0755 root:root");
-    faults::fail("fchmod", EPERM);
-    EXPECT_EQ(copy({"httpdocs"}), "");
-    EXPECT_EQ(accessOf("/srv/w/web"), "0755 root:kvocln");
-    faults::fail("fchown", EPERM);
-    ASSERT_EQ(chmod("/srv/s/cgi-bin", 0700), 0);
-    EXPECT_EQ(copy({"cgi-bin"}), "");
-    EXPECT_EQ(accessOf("/srv/w/cgi"), "0700 root:root");
+    EXPECT_EQ(accessOf("/srv/v/conf"), "1000 root:kvocln");
+    EXPECT_EQ(copy({"conf"}), "");
+    EXPECT_EQ(accessOf("/srv/v/conf"), "2750 root:kvocln");
+}
+
+TEST_F(SkeletonCopierTest, WithoutTheNewestCallADirectorysModeIsSetAllTheSame)
+{
+    ASSERT_EQ(chmod("/srv/s/conf", 02750), 0);
+    makeDir("/srv/s/more", {0711});
+    for (const int error : {EPERM, ENOSYS}) { // the latter is remembered
+        const Outcome outcome = inChild([&] {
+            faults::failAlways("fchmodat2", error);
+            (void)std::fputs(copy({"conf", "more"}).c_str(), stdout);
+        });
+        EXPECT_EQ(outcome.out + outcome.err, "");
+        EXPECT_EQ(accessOf("/srv/v/conf"), "2750 root:kvocln");
+        EXPECT_EQ(accessOf("/srv/v/more"), "0711 root:kvocln");
+        EXPECT_EQ(rmdir("/srv/v/conf") + rmdir("/srv/v/more"), 0);
+    }
+}
+
+TEST_F(SkeletonCopierTest, WithoutTheNewCallForPathsTheResultIsTheSame)
+{
+    makeDirs("/srv/s/conf/deep");
+    makeFile("/srv/s/conf/deep/f", "f");
+    makeDirs("/srv/w/real");
+    makeLink("/srv/w/ours", "real");
+    plantLink("/srv/w/theirs", "real");
+    const auto copyInChild = [this](const char* webRoot) {
+        options_.www_root = webRoot;
+        const Outcome outcome = inChild([&] {
+            faults::failAlways("openat2", ENOSYS); // it is remembered
+            (void)std::fputs(
+                copy({"conf", "conf/deep", "conf/deep/f", "httpdocs"}, quiet).c_str(), stdout);
+        });
+        return outcome.out + outcome.err;
+    };
+    EXPECT_EQ(copyInChild("/srv/w/ours/a/web"), "");
+    EXPECT_EQ(contentOf("/srv/v/conf/deep/f"), "f");
+    EXPECT_EQ(accessOf("/srv/w/real/a/web"), "0755 root:kvocln");
+    EXPECT_EQ(copyInChild("/srv/w/theirs/b/web"),
+        installer("stat(\"/srv/w/theirs/b/web\") failed: Too many levels of symbolic links"));
+    EXPECT_FALSE(exists("/srv/w/real/b"));
+}
+
+TEST_F(SkeletonCopierTest, ADirectoryThatCannotBeHeldStopsEverythingAndTheNextRunFinishesIt)
+{
+    faults::fail("openat", EMFILE);
+    EXPECT_EQ(failureOf("conf"),
+        "boost::filesystem::create_directory: Too many open files: \"/srv/v/conf\"");
+    EXPECT_EQ(accessOf("/srv/v/conf"), "1000 root:root");
+    EXPECT_EQ(copy({"conf"}), "");
+    EXPECT_EQ(accessOf("/srv/v/conf"), "0755 root:kvocln");
 }
 
 // --- files that cannot be read or written ---
@@ -72,10 +139,9 @@ TEST_F(SkeletonCopierTest, AFileThatCannotBeReadIsReportedAndLeavesNothing)
 {
     makeFile("/srv/s/a", "content");
     makeFile("/srv/s/b", "next");
-    for (const char* call : {"open", "fstat", "read"}) {
+    for (const char* call : {"openat", "fstat", "read"}) {
         faults::clear();
-        // The directory of the destination is opened first.
-        faults::fail(call, EIO, call == std::string("open") ? 2 : 1);
+        faults::fail(call, EIO);
         EXPECT_EQ(copy({"a", "b"}, quiet), installer("/srv/s/a: Input/output error")) << call;
         EXPECT_EQ(treeOf("/srv/v"), hostWith("file 0644 root:kvocln b \"next\"")) << call;
         EXPECT_EQ(unlink("/srv/v/b"), 0);
@@ -113,44 +179,51 @@ TEST_F(SkeletonCopierTest, AFileThatAUserMayNotReadIsReported)
 {
     makeFile("/srv/s/secret", "x", {0600});
     ASSERT_EQ(chown("/srv/v", site, users), 0);
-    const Outcome outcome = inChild([this] {
-        if (setgid(users) == 0 && setuid(site) == 0) {
-            (void)std::fputs(copy({"secret"}, quiet).c_str(), stdout);
-        }
-    });
-    EXPECT_EQ(outcome.out, installer("/srv/s/secret: Permission denied"));
-    EXPECT_FALSE(exists("/srv/v/secret"));
+    for (const bool areFiles : {false, true}) {
+        const Outcome outcome = inChild([&] {
+            if (setgid(users) == 0 && setuid(site) == 0) {
+                (void)std::fputs(copy({"secret"}, quiet, areFiles).c_str(), stdout);
+            }
+        });
+        EXPECT_EQ(outcome.out, installer("/srv/s/secret: Permission denied")) << areFiles;
+        EXPECT_FALSE(exists("/srv/v/secret"));
+    }
 }
 
 TEST_F(SkeletonCopierTest, AFileSwappedForSomethingElseIsNeitherFollowedNorWaitedFor)
 {
     makeFile("/srv/s/other", "secret");
-    const auto copySwapped = [this](void (*swap)()) {
+    static void (*swap)();
+    static constexpr bool seen = false;
+    static constexpr bool listed = true;
+    const auto copySwapped = [this](bool areFiles, void (*body)()) {
         makeFile("/srv/s/f", "content");
+        swap = body;
         faults::clear();
-        faults::runBefore("open", 2, swap);
-        std::string messages = copy({"f"}, verbose);
+        faults::runBefore("openat", 1, [] {
+            (void)unlink("/srv/s/f");
+            swap();
+        });
+        std::string messages = copy({"f"}, verbose, areFiles);
         EXPECT_FALSE(exists("/srv/v/f"));
         (void)remove("/srv/s/f");
         return messages;
     };
-    EXPECT_EQ(copySwapped([] {
-        (void)unlink("/srv/s/f");
-        makeLink("/srv/s/f", "other");
-    }),
-        installer("/srv/s/f: Too many levels of symbolic links"));
-    EXPECT_EQ(copySwapped([] {
-        (void)unlink("/srv/s/f");
-        makeFifo("/srv/s/f");
-    }),
-        otherKind("/srv/v/f"));
-    EXPECT_EQ(copySwapped([] {
-        (void)unlink("/srv/s/f");
-        makeDir("/srv/s/f");
-    }),
-        otherKind("/srv/v/f"));
-    EXPECT_EQ(copySwapped([] { (void)unlink("/srv/s/f"); }),
-        installer("/srv/s/f: No such file or directory"));
+    const auto link = [] { makeLink("/srv/s/f", "other"); };
+    EXPECT_EQ(copySwapped(seen, link), installer("/srv/s/f: Too many levels of symbolic links"));
+    EXPECT_EQ(copySwapped(listed, link), otherKind("/srv/v/f"));
+    const auto fifo = [] { makeFifo("/srv/s/f"); };
+    EXPECT_EQ(copySwapped(seen, fifo), otherKind("/srv/v/f"));
+    EXPECT_EQ(copySwapped(listed, fifo), otherKind("/srv/v/f"));
+    const auto socket = [] { makeSocket("/srv/s/f"); };
+    EXPECT_EQ(copySwapped(seen, socket), installer("/srv/s/f: No such device or address"));
+    EXPECT_EQ(copySwapped(listed, socket), otherKind("/srv/v/f"));
+    const auto directory = [] { makeDir("/srv/s/f"); };
+    EXPECT_EQ(copySwapped(seen, directory), otherKind("/srv/v/f"));
+    EXPECT_EQ(copySwapped(listed, directory), otherKind("/srv/v/f"));
+    const auto nothing = [] {};
+    EXPECT_EQ(copySwapped(seen, nothing), installer("/srv/s/f: No such file or directory"));
+    EXPECT_EQ(copySwapped(listed, nothing), "");
 }
 
 TEST_F(SkeletonCopierTest, AFilesMissingDirectoryIsReportedWithTheDestination)

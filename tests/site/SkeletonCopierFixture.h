@@ -2,6 +2,7 @@
 
 #include <boost/filesystem/exception.hpp>
 #include <sstream>
+#include <unistd.h>
 #include <vector>
 
 #include "site/SkeletonCopier.h"
@@ -30,14 +31,16 @@ protected:
     }
 
     /// Copies the entries and returns the messages.
-    std::string copy(const std::vector<std::string>& entries, bool isVerbose = verbose) const
+    /// @param areFiles whether the copier is told that they are regular files.
+    std::string copy(const std::vector<std::string>& entries, bool isVerbose = verbose,
+        bool areFiles = false) const
     {
         std::ostringstream messages;
         const size_t before = openDescriptors();
         {
             zelto::SkeletonCopier copier(host_, skeleton_, kvocln, messages, isVerbose, options_);
             for (const std::string& entry : entries) {
-                copier.copy(entry);
+                copier.copy(entry, areFiles);
             }
         }
         EXPECT_EQ(openDescriptors(), before);
@@ -52,6 +55,13 @@ protected:
         } catch (const boost::filesystem::filesystem_error& error) {
             return error.what();
         }
+    }
+
+    /// A link that the site's user put there.
+    static void plantLink(const std::string& path, const std::string& target)
+    {
+        makeLink(path, target);
+        EXPECT_EQ(lchown(path.c_str(), site, users), 0);
     }
 
     static std::string installer(const std::string& text)

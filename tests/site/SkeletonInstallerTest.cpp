@@ -374,6 +374,26 @@ TEST_F(SkeletonInstaller, AfterSpaceIsFreedASecondRunCompletesTheSite)
     EXPECT_TRUE(contentOf(subdomain + "/conf/large") == std::string(50000, 'x'));
 }
 
+TEST_F(SkeletonInstaller, AFileIsLookedAtOnlyWhereItIsToGo)
+{
+    constexpr int files = 50;
+    for (int number = 0; number < files; ++number) {
+        makeSkeletonFile("conf/" + std::to_string(number));
+    }
+    makeDir("/srv/web");
+    const auto looks = [this] {
+        faults::clear();
+        EXPECT_EQ(messages(), "");
+        EXPECT_EQ(faults::calls("lstat"), 0);
+        return faults::calls("fstatat");
+    };
+    // To be listed, each of five site directories; to be copied, each of them, its source for the
+    // four whose destinations are missing, and every file.
+    EXPECT_EQ(looks(), 5 + 5 + 5 + files);
+    // Now "conf" is there, which its source is looked at for as well.
+    EXPECT_EQ(looks(), 5 + 5 + 5 + files);
+}
+
 TEST_F(SkeletonInstaller, NoDescriptorStaysOpen)
 {
     makeSkeletonFile("httpdocs/a/b/c/d", "x");

@@ -17,18 +17,23 @@ namespace
 {
 
 int entriesUntilFailure = -1;
+bool typesHidden = false;
 
 } // namespace
 
-/// Stands before the C library's in the directory iterator's calls, and fails when told to.
-extern "C" dirent64* readdir64(DIR* directory)
+/// Stands before the C library's in the listing's calls, and fails or hides types when told to.
+extern "C" dirent* readdir(DIR* directory)
 {
-    static const auto next = reinterpret_cast<dirent64* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir64"));
+    static const auto next = reinterpret_cast<dirent* (*)(DIR*)>(dlsym(RTLD_NEXT, "readdir"));
     if (entriesUntilFailure >= 0 && entriesUntilFailure-- == 0) {
         errno = EIO;
         return nullptr;
     }
-    return next(directory);
+    dirent* entry = next(directory);
+    if (entry != nullptr && typesHidden) {
+        entry->d_type = DT_UNKNOWN;
+    }
+    return entry;
 }
 
 namespace
@@ -39,7 +44,11 @@ using boost::filesystem::path;
 class TreeListing : public World
 {
 protected:
-    ~TreeListing() override { entriesUntilFailure = -1; }
+    ~TreeListing() override
+    {
+        entriesUntilFailure = -1;
+        typesHidden = false;
+    }
 
     static std::string list(const path& base, const path& relative, bool sorted = true)
     {
@@ -55,7 +64,43 @@ protected:
         return lines;
     }
 
+    /// A link that the site's user put there.
+    static void plantLink(const char* path, const char* target)
+    {
+        makeLink(path, target);
+        EXPECT_EQ(lchown(path, site, users), 0);
+    }
+
     faults::Guard guard_;
+};
+
+/// "/srv/s/conf" holds "sub" with one file, and "/srv/elsewhere" what nobody is to read.
+class TreeListingRace : public TreeListing
+{
+protected:
+    TreeListingRace()
+    {
+        makeDirs("/srv/s/conf/sub");
+        makeFile("/srv/s/conf/sub/file", "");
+        makeDirs("/srv/elsewhere");
+        makeFile("/srv/elsewhere/secret", "");
+    }
+
+    static void moveAway() { ASSERT_EQ(rename("/srv/s/conf/sub", "/srv/s/conf/moved"), 0); }
+
+    /// Lists while the body runs before the nth call, and returns list and errors.
+    static std::string listWhile(const char* call, int nth, void (*body)())
+    {
+        std::string listed;
+        faults::runBefore(call, nth, body);
+        const Outcome outcome = outputOf([&] { listed = list("/srv/s", "conf"); });
+        return listed + outcome.err;
+    }
+
+    // Each directory is looked at and then opened to be read, either by its path: "openat2" to
+    // reach its parent, "fstatat", and "openat2" to read it. "sub" is the second.
+    static constexpr int lookAtSub = 3;
+    static constexpr int readSub = 4;
 };
 
 /// Relative paths of one to four components with bytes on both sides of '/' in value.
@@ -186,10 +231,22 @@ TEST_F(TreeListing, AnErrorAtOneEntryDoesNotStopTheOthers)
     makeDirs("/srv/s/conf/sub");
     makeFile("/srv/s/conf/sub/a&b %1%", "");
     const Outcome outcome = outputOf([] {
-        faults::fail("lstat", EIO, 3);
+        typesHidden = true;
+        faults::fail("fstatat", EIO, 3);
         EXPECT_EQ(list("/srv/s", "conf"), "conf\nconf/sub\nconf/sub/a&b %1%\n");
     });
     EXPECT_EQ(outcome.err, "/srv/s/conf/sub/a&b %1%: Input/output error\n");
+}
+
+TEST_F(TreeListing, ADirectoryThatCannotBeLookedAtDoesNotStopTheOthers)
+{
+    makeDirs("/srv/s/conf/sub/below");
+    makeFile("/srv/s/conf/x", "");
+    const Outcome outcome = outputOf([] {
+        faults::fail("fstatat", EIO, 2);
+        EXPECT_EQ(list("/srv/s", "conf"), "conf\nconf/sub\nconf/x\n");
+    });
+    EXPECT_EQ(outcome.err, "/srv/s/conf/sub: Input/output error\n");
 }
 
 TEST_F(TreeListing, AnUnreadableDirectoryIsReportedAndItsSiblingsAreStillListed)
@@ -280,6 +337,167 @@ TEST_F(TreeListing, ATreeDeeperThanAPathCanReachIsListedAsFarAsItIs)
         path += '/' + name;
     }
     EXPECT_EQ(outcome.err, path + ": File name too long\n");
+}
+
+// --- what a directory says of its entries ---
+
+TEST_F(TreeListing, EntriesThatAreNoDirectoriesAreNotLookedAt)
+{
+    makeDirs("/srv/s/conf/a/b");
+    for (const std::string directory : {"/srv/s/conf/", "/srv/s/conf/a/", "/srv/s/conf/a/b/"}) {
+        for (char name = '0'; name <= '9'; ++name) {
+            makeFile(directory + name, "");
+        }
+        makeFifo(directory + "fifo");
+        makeLink(directory + "link", ".");
+    }
+    faults::clear();
+    EXPECT_NE(list("/srv/s", "conf").find("conf/a/b/9\n"), std::string::npos);
+    // Three directories: each is looked at in its parent, and read.
+    EXPECT_EQ(faults::calls("fstatat"), 3);
+    EXPECT_EQ(faults::calls("openat2"), 2 * 3);
+    for (const char* call : {"lstat", "stat", "fstat", "statx", "open", "openat"}) {
+        EXPECT_EQ(faults::calls(call), 0) << call;
+    }
+}
+
+TEST_F(TreeListing, WhereDirectoriesSayNothingEveryEntryIsLookedAt)
+{
+    makeDirs("/srv/s/conf/a/b");
+    makeFile("/srv/s/conf/f", "");
+    makeLink("/srv/s/conf/l", "a");
+    const std::string listed = list("/srv/s", "conf");
+    faults::clear();
+    typesHidden = true;
+    EXPECT_EQ(list("/srv/s", "conf"), listed);
+    EXPECT_EQ(faults::calls("fstatat"), 5);
+}
+
+TEST_F(TreeListing, OnBehalfOfAUserEveryEntryIsLookedAtToSeeWhatMayNotBeSearched)
+{
+    makeDirs("/srv/s/conf/closed");
+    makeFile("/srv/s/conf/closed/f", "");
+    ASSERT_EQ(chmod("/srv/s/conf/closed", 0744), 0); // it can be read, and not be searched
+    const Outcome outcome = inChild([] {
+        if (setgid(users) == 0 && setuid(site) == 0) {
+            (void)std::fputs(list("/srv/s", "conf").c_str(), stdout);
+        }
+    });
+    EXPECT_EQ(outcome.out, "conf\nconf/closed\nconf/closed/f\n");
+    EXPECT_EQ(outcome.err, "/srv/s/conf/closed/f: Permission denied\n");
+}
+
+TEST_F(TreeListing, AVisitorIsToldWhichEntriesTheirDirectoryCallsRegularFiles)
+{
+    makeDirs("/srv/s/conf/d");
+    makeFile("/srv/s/conf/d/f", "");
+    makeFifo("/srv/s/conf/fifo");
+    makeDevice("/srv/s/conf/device");
+    makeSocket("/srv/s/conf/socket");
+    makeLink("/srv/s/conf/link", "d/f");
+    makeFile("/srv/s/top", "");
+    const auto visit = [](const char* relative) {
+        std::vector<std::string> files;
+        zelto::visitTree("/srv/s", relative, [&](const path& visited, bool isFile) {
+            files.push_back((isFile ? "file " : "") + visited.string());
+        });
+        std::sort(files.begin(), files.end());
+        return files;
+    };
+    const std::vector<std::string> others = {
+        "conf", "conf/d", "conf/device", "conf/fifo", "conf/link", "conf/socket"};
+    std::vector<std::string> expected = others;
+    expected.emplace_back("file conf/d/f");
+    EXPECT_EQ(visit("conf"), expected);
+    // No directory has said anything of the one that is asked for.
+    EXPECT_EQ(visit("top"), std::vector<std::string>{"top"});
+    typesHidden = true;
+    expected = others;
+    expected.insert(expected.begin() + 2, "conf/d/f");
+    EXPECT_EQ(visit("conf"), expected);
+}
+
+// --- links on the way, and what changes meanwhile ---
+
+TEST_F(TreeListing, ALinkOfSomebodyElseOnTheWayIsNotFollowed)
+{
+    makeDirs("/srv/real/s/conf");
+    makeFile("/srv/real/s/conf/file", "");
+    makeDir("/srv/middle");
+    plantLink("/srv/middle/link", "/srv/real");
+    plantLink("/srv/last", "/srv/real/s");
+    const Outcome outcome = outputOf([] {
+        EXPECT_EQ(list("/srv/middle/link/s", "conf"), "conf\n");
+        EXPECT_EQ(list("/srv/last", "conf"), "conf\n");
+        EXPECT_EQ(list("/srv/real/s", "conf"), "conf\nconf/file\n");
+    });
+    EXPECT_EQ(outcome.err, "/srv/middle/link/s/conf: Too many levels of symbolic links\n"
+                           "/srv/last/conf: Too many levels of symbolic links\n");
+}
+
+TEST_F(TreeListing, ALinkOfRootOnTheWayIsFollowed)
+{
+    makeDirs("/srv/real/s/conf/sub");
+    makeFile("/srv/real/s/conf/sub/file", "");
+    makeDir("/srv/middle");
+    makeLink("/srv/middle/link", "../real");
+    makeLink("/srv/last", "/srv/real/s");
+    const Outcome outcome = outputOf([] {
+        for (const char* base : {"/srv/middle/link/s", "/srv/last"}) {
+            EXPECT_EQ(list(base, "conf"), "conf\nconf/sub\nconf/sub/file\n") << base;
+        }
+    });
+    EXPECT_EQ(outcome.err, "");
+}
+
+TEST_F(TreeListingRace, ADirectoryExchangedForALinkBetweenLookAndReadIsNotRead)
+{
+    EXPECT_EQ(listWhile("openat2", readSub,
+                  [] {
+                      moveAway();
+                      plantLink("/srv/s/conf/sub", "/srv/elsewhere");
+                  }),
+        "conf\nconf/sub\n"
+        "boost::filesystem::directory_iterator::construct: Too many levels of symbolic links: "
+        "\"/srv/s/conf/sub\"\n");
+}
+
+TEST_F(TreeListingRace, ADirectoryOnTheWayExchangedForALinkIsNotEntered)
+{
+    const auto exchange = [] {
+        ASSERT_EQ(rename("/srv/s/conf", "/srv/s/moved"), 0);
+        makeDirs("/srv/elsewhere/sub");
+        plantLink("/srv/s/conf", "/srv/elsewhere");
+    };
+    EXPECT_EQ(listWhile("openat2", lookAtSub, exchange),
+        "conf\nconf/sub\n/srv/s/conf/sub: Too many levels of symbolic links\n");
+}
+
+TEST_F(TreeListingRace, ADirectoryExchangedForALinkOfRootIsReadThere)
+{
+    EXPECT_EQ(listWhile("openat2", readSub,
+                  [] {
+                      moveAway();
+                      makeLink("/srv/s/conf/sub", "/srv/elsewhere");
+                  }),
+        "conf\nconf/sub\nconf/sub/secret\n");
+}
+
+TEST_F(TreeListingRace, ADirectoryExchangedForAPipeIsNotWaitedFor)
+{
+    EXPECT_EQ(listWhile("openat2", readSub,
+                  [] {
+                      moveAway();
+                      makeFifo("/srv/s/conf/sub");
+                  }),
+        "conf\nconf/sub\n"
+        "boost::filesystem::directory_iterator::construct: Not a directory: "
+        "\"/srv/s/conf/sub\"\n");
+}
+
+TEST_F(TreeListingRace, ADirectoryThatIsGoneBeforeItIsLookedAtIsListedAndNotMentioned)
+{
+    EXPECT_EQ(listWhile("openat2", lookAtSub, moveAway), "conf\nconf/sub\n");
 }
 
 TEST_F(TreeListing, PathsAreOrderedByComponentsAndNotByText)

@@ -1,0 +1,124 @@
+#include "site/BaseDirectory.h"
+
+#include <algorithm>
+#include <boost/filesystem/exception.hpp>
+#include <boost/filesystem/operations.hpp>
+#include <cerrno>
+#include <fcntl.h>
+#include <string>
+#include <string_view>
+#include <sys/stat.h>
+#include <utility>
+#include <vector>
+
+#include "fsutil/Descriptor.h"
+#include "fsutil/TrustedPath.h"
+
+namespace zelto
+{
+
+namespace
+{
+
+using boost::filesystem::path;
+
+[[noreturn]] void fail(const char* call, const path& failed, int error)
+{
+    throw boost::filesystem::filesystem_error(std::string("boost::filesystem::") + call, failed,
+        boost::system::error_code(error, boost::system::system_category()));
+}
+
+[[noreturn]] void failToMakeParent(const path& base, int error)
+{
+    fail("create_directories", base.parent_path(), error);
+}
+
+/// Also where a parent is there and cannot be gone through: it shows when the whole is tried.
+[[noreturn]] void failToMake(const path& base, int error)
+{
+    fail("create_directory", base, error);
+}
+
+/// Goes on to a parent, which is made if it is missing.
+void takeParent(TrustedWay& way, const std::string& name, const path& base)
+{
+    if (name == "..") {
+        way.take(name);
+        return;
+    }
+    Descriptor next = way.openHere(name.c_str(), heldDirectory);
+    if (!next && errno == ENOENT) {
+        const int error = mkdirat(way.here(), name.c_str(), 0777) != 0 ? errno : 0;
+        next = way.openHere(name.c_str(), heldDirectory);
+        if (!next && error != 0) {
+            // With EEXIST this is a link to nothing, which exists and is still no directory.
+            failToMakeParent(base, error);
+        }
+    }
+    if (!next) {
+        failToMake(base, errno);
+    }
+    way.enter(std::move(next));
+}
+
+NewDirectory makeLast(TrustedWay& way, const std::string& name, const path& base)
+{
+    NewDirectory made(way.here(), name.c_str(), sameOwner);
+    if (!made) {
+        const int error = errno;
+        if (error != EEXIST || !way.openHere(name.c_str(), heldDirectory)) {
+            failToMake(base, error);
+        }
+    }
+    return made;
+}
+
+/// The names on the way, without those that lead nowhere.
+std::vector<std::string> namesOf(std::string_view text)
+{
+    std::vector<std::string> names;
+    while (!text.empty()) {
+        const size_t length = std::min(text.find('/'), text.size());
+        if (length > 0 && text.substr(0, length) != ".") {
+            names.emplace_back(text.substr(0, length));
+        }
+        text.remove_prefix(std::min(length + 1, text.size()));
+    }
+    return names;
+}
+
+/// The path as errors call it: without slashes and "." at its end.
+path withoutEnd(path base)
+{
+    while (base.has_parent_path() && base.filename().native() == ".") {
+        base = base.parent_path();
+    }
+    return base;
+}
+
+} // namespace
+
+NewDirectory makeBaseDirectory(const path& whole)
+{
+    const std::vector<std::string> names = namesOf(whole.native());
+    if (names.empty()) {
+        (void)boost::filesystem::create_directories(whole); // says so of the empty path
+        return {};
+    }
+    const path base = withoutEnd(whole);
+    TrustedWay way(openTrusted(whole.native().front() == '/' ? "/" : ".", heldDirectory),
+        TrustedWay::Above::asked, TrustedWay::stepsBack(whole.native()));
+    for (size_t i = 0; way.isOpen(); ++i) {
+        const bool isLast = i + 1 == names.size();
+        if (isLast && names[i] != "..") {
+            return makeLast(way, names[i], base);
+        }
+        takeParent(way, names[i], base);
+        if (isLast) {
+            return {};
+        }
+    }
+    failToMake(base, errno);
+}
+
+} // namespace zelto
