@@ -12,6 +12,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/lib/MissingCalls.h"
+
 namespace
 {
 
@@ -83,7 +85,7 @@ int waitFor(pid_t child)
     if (waitpid(child, &status, 0) != child) {
         throw std::runtime_error("waitpid failed");
     }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    return outcomeStatus(status);
 }
 
 void flushAll()
@@ -93,9 +95,23 @@ void flushAll()
     std::cerr.flush();
 }
 
+/// Only the program itself is to do without: the tests' own helpers need not know how.
+void takeAwayWhatIsMissing(const std::string& path)
+{
+    const char* missing = std::getenv("TWIGCTL_WITHOUT");
+    if (missing != nullptr && std::filesystem::path(path).filename() == "twigctl") {
+        takeAwayCalls(missing);
+    }
+}
+
 } // namespace
 
-Outcome runProgram(
+int outcomeStatus(int waited)
+{
+    return WIFEXITED(waited) ? WEXITSTATUS(waited) : -WTERMSIG(waited);
+}
+
+Running startProgram(
     const std::string& path, const std::vector<std::string>& arguments, const Start& start)
 {
     std::vector<char*> argv;
@@ -122,17 +138,30 @@ Outcome runProgram(
         if (start.inChild) {
             start.inChild();
         }
+        takeAwayWhatIsMissing(path);
         execv(path.c_str(), argv.data());
         _exit(127);
     }
     close(out.write);
     close(err.write);
-    Outcome outcome;
-    drain(out.read, err.read, outcome);
-    outcome.status = waitFor(child);
-    if (file >= 0) {
-        outcome.err = takeFile(file);
+    return {child, out.read, err.read, file};
+}
+
+void takeOutput(const Running& running, Outcome& outcome)
+{
+    drain(running.out, running.err, outcome);
+    if (running.errFile >= 0) {
+        outcome.err = takeFile(running.errFile);
     }
+}
+
+Outcome runProgram(
+    const std::string& path, const std::vector<std::string>& arguments, const Start& start)
+{
+    const Running running = startProgram(path, arguments, start);
+    Outcome outcome;
+    takeOutput(running, outcome);
+    outcome.status = waitFor(running.process);
     return outcome;
 }
 

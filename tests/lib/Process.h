@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 /// How a process ended and what it wrote.
@@ -19,7 +20,26 @@ struct Start {
     std::function<void()> inChild = {};        ///< runs last before the program is executed
 };
 
-/// Runs a program to its end. The first argument is also what it sees as its own name.
+/// A program that has been started, and where to read what it writes.
+struct Running {
+    pid_t process = 0;
+    int out = -1;
+    int err = -1;
+    int errFile = -1; ///< in place of the pipe
+};
+
+Running startProgram(
+    const std::string& path, const std::vector<std::string>& arguments, const Start& start);
+
+/// Reads to the end of both streams, and closes them.
+void takeOutput(const Running& running, Outcome& outcome);
+
+/// The status of an Outcome for one of waitpid().
+int outcomeStatus(int waited);
+
+/// Runs a program to its end. When the environment variable TWIGCTL_WITHOUT is set, a program whose
+/// file is named "twigctl" runs without the system calls that it lists (see MissingCalls.h). The
+/// first argument is also what it sees as its own name.
 Outcome runProgram(
     const std::string& path, const std::vector<std::string>& arguments, const Start& start = {});
 
