@@ -1,0 +1,109 @@
+#include "tests/race/Race.h"
+
+#include <csignal>
+#include <fcntl.h>
+#include <poll.h>
+#include <spawn.h>
+#include <stdexcept>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "tests/race/Racer.h"
+
+namespace race
+{
+
+namespace
+{
+
+constexpr int mostHangs = 10;
+const char* const hung = "hung";
+
+/// Starts programs that nobody listens to.
+class Silence
+{
+public:
+    Silence()
+    {
+        (void)posix_spawn_file_actions_init(&actions_);
+        for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+            (void)posix_spawn_file_actions_addopen(&actions_, stream, "/dev/null", O_RDWR, 0);
+        }
+    }
+    ~Silence() { (void)posix_spawn_file_actions_destroy(&actions_); }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+    [[nodiscard]] pid_t start(const Subject& subject) const
+    {
+        std::vector<char*> words;
+        for (const std::string& word : subject.arguments) {
+            words.push_back(const_cast<char*>(word.c_str()));
+        }
+        words.push_back(nullptr);
+        pid_t process = 0;
+        if (posix_spawn(&process, subject.program.c_str(), &actions_, nullptr, words.data(),
+                environ) != 0) {
+            throw std::runtime_error("cannot start " + subject.program);
+        }
+        return process;
+    }
+
+private:
+    posix_spawn_file_actions_t actions_{};
+};
+
+/// "0", "signal 11", or "hung" for one that had to be killed.
+std::string endOf(pid_t process, int patience)
+{
+    const auto handle = static_cast<int>(syscall(SYS_pidfd_open, process, 0));
+    pollfd wait = {handle, POLLIN, 0};
+    const bool ended = poll(&wait, 1, patience) == 1;
+    close(handle);
+    if (!ended) {
+        kill(process, SIGKILL);
+    }
+    int status = 0;
+    (void)waitpid(process, &status, 0);
+    if (!ended) {
+        return hung;
+    }
+    return WIFEXITED(status) ? std::to_string(WEXITSTATUS(status))
+                             : "signal " + std::to_string(WTERMSIG(status));
+}
+
+} // namespace
+
+bool isOrderly(const std::string& end)
+{
+    return end == "0" || end == "1" || end == "255";
+}
+
+Tally race(const Subject& subject, Kind kind, int rounds, int patience)
+{
+    Ground ground(kind, Ground::Size::large);
+    Racer racer(ground.exchanges());
+    const Silence silence;
+    Tally tally;
+    for (int hangs = 0; tally.rounds < rounds && hangs < mostHangs;) {
+        ground.restore();
+        racer.start();
+        const uint64_t before = racer.exchanges();
+        const std::string end = endOf(silence.start(subject), patience);
+        tally.exchanges += racer.exchanges() - before;
+        racer.stop();
+        ++tally.rounds;
+        ++tally.ends[end];
+        hangs += end == hung ? 1 : 0;
+        const std::string touched = ground.touched();
+        if (!touched.empty()) {
+            tally.firstHit = tally.hits == 0 ? touched : tally.firstHit;
+            ++tally.hits;
+            ground.layOutSentinel();
+        }
+    }
+    return tally;
+}
+
+} // namespace race

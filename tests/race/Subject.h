@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "tests/race/Ground.h"
+
+namespace race
+{
+
+/// What root does while the user exchanges entries.
+struct Subject {
+    std::string name;
+    std::string program;
+    std::vector<std::string> arguments; ///< the first one is the program's own name
+    std::vector<Kind> kinds;            ///< those that stand in its way
+};
+
+/// The operations of twigctl, and the library's own, each by the program that calls nothing else.
+std::vector<Subject> ownSubjects();
+
+/// What an administrator would use instead.
+std::vector<Subject> peerSubjects();
+
+} // namespace race
