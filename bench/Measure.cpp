@@ -27,6 +27,6 @@ int main(int argc, char** argv)
         return 2;
     }
     const std::chrono::duration<double, std::milli> time = std::chrono::steady_clock::now() - start;
-    std::printf("%.2f %ld\n", time.count(), usage.ru_maxrss);
+    std::printf("%.3f %ld\n", time.count(), usage.ru_maxrss);
     return WIFEXITED(status) ? WEXITSTATUS(status) : 1;
 }

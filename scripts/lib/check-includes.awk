@@ -25,6 +25,7 @@ function may_include(from, to, path) {
     if (from == "exec") return to ~ /^(conf|support errors)$/ || path == "fsutil/Descriptor.h"
     if (from == "support tmpfile") return to == "support errors" || path == "conf/StandardStreams.h"
     if (from == "support probes") return to ~ /^(exec|conf|support .*)$/
+    if (from == "fuzz") return to != "tests"
     if (from == "bench") return to !~ /^(front|tests)$/
     return 0
 }
@@ -37,7 +38,7 @@ function report(rule) {
 # Why an include that may_include() refuses is wrong.
 function rule_of(from, to) {
     if (to == "front") return wording[from] ? wording[from] : "nobody includes front/"
-    if (to == "tests" || to == "bench") return "only tests include tests/, and nobody includes bench/"
+    if (to ~ /^(tests|bench|fuzz)$/) return "only tests include tests/ and fuzz/, and nobody includes bench/"
     return wording[from]
 }
 
