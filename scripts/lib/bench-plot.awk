@@ -46,8 +46,9 @@ END {
     for (i = 1; i <= count; ++i) {
         y = top + (i - 1) * row
         text(left - 8, y + 14, "end", name[i])
-        printf "<rect x=\"%d\" y=\"%d\" width=\"%.1f\" height=\"%d\" fill=\"%s\"/>\n", left, y + 3, \
-            length_of[i] * scale, row - 6, ratio[i] > target[i] ? "#c8553d" : "#4a7fb0"
+        colour = (ratio[i] > target[i]) ? "#c8553d" : "#4a7fb0"
+        printf("<rect x=\"%d\" y=\"%d\" width=\"%.1f\" height=\"%d\" fill=\"%s\"/>\n", left, y + 3, \
+            length_of[i] * scale, row - 6, colour)
         vertical(left + target[i] * scale, y + 1, y + row - 1, "black", 2)
         end = length_of[i] > target[i] ? length_of[i] : target[i]
         text(left + end * scale + 6, y + 14, "start", sprintf("%.2f", ratio[i]))
