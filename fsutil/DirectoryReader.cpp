@@ -10,11 +10,6 @@ constexpr size_t bufferSize = 32768;
 
 } // namespace
 
-DirectoryReader::DirectoryReader(End end)
-    : buffer_(std::make_unique_for_overwrite<char[]>(bufferSize)), trusted_(end)
-{
-}
-
 const dirent64* DirectoryReader::next(int directory)
 {
     if (at_ == end_ && !fill(directory)) {
@@ -31,6 +26,16 @@ void DirectoryReader::readAhead(int directory)
     if (at_ == end_) {
         (void)fill(directory);
     }
+}
+
+void DirectoryReader::rest()
+{
+    if (!ended()) {
+        resting_ = true;
+        ended_ = likely_ = false;
+    }
+    at_ = end_ = 0;
+    buffer_.reset();
 }
 
 int DirectoryReader::goOnBehind(int directory, off64_t position, const std::string& name)
@@ -62,7 +67,7 @@ int DirectoryReader::startAt(int directory, off64_t position)
         return -1;
     }
     at_ = end_ = 0;
-    ended_ = likely_ = false;
+    ended_ = likely_ = resting_ = false;
     position_ = position;
     return 0;
 }
@@ -71,12 +76,19 @@ int DirectoryReader::startAt(int directory, off64_t position)
 bool DirectoryReader::fill(int directory)
 {
     if (ended_) {
+        buffer_.reset();
         return false;
+    }
+    if (!buffer_) {
+        buffer_ = std::make_unique_for_overwrite<char[]>(bufferSize);
     }
     const ssize_t length = getdents64(directory, buffer_.get(), bufferSize);
     at_ = 0;
     end_ = length > 0 ? static_cast<size_t>(length) : 0;
     likely_ = trusted_ == End::likely && end_ > 0 && bufferSize - end_ >= sizeof(dirent64);
     ended_ = end_ == 0 || likely_;
+    if (end_ == 0) {
+        buffer_.reset();
+    }
     return end_ > 0;
 }

@@ -5,8 +5,9 @@
 #include <string>
 
 /// Reads the entries of an open directory through a buffer of fixed size, so that neither memory
-/// nor descriptors grow with the directory. Unlike readdir(3) it needs no stream of its own and
-/// can go on behind a known entry after the directory was closed and opened again.
+/// nor descriptors grow with the directory. The buffer is there only between the first entry and
+/// the last. Unlike readdir(3) it needs no stream of its own and can go on behind a known entry
+/// after the directory was closed and opened again.
 class DirectoryReader
 {
 public:
@@ -16,7 +17,7 @@ public:
         likely,  ///< already when a read leaves room for more; saves a call and may be wrong
     };
 
-    explicit DirectoryReader(End end = End::certain);
+    explicit DirectoryReader(End end = End::certain) : trusted_(end) {}
 
     /// The next entry, valid until the next call of any function; null at the end. A failed read
     /// counts as the end of the directory.
@@ -41,6 +42,16 @@ public:
     /// @return 0, or -1 with `errno`.
     int goOnBehind(int directory, off64_t position, const std::string& name);
 
+    /// Gives the buffer up. If there was something left to return, that is isResting() until
+    /// goOnBehind() or startAgain() finds it again.
+    void rest();
+
+    [[nodiscard]] bool isResting() const noexcept { return resting_; }
+
+    /// Reads the directory from its beginning, for those who empty it.
+    /// @return 0, or -1 with `errno`.
+    int startAgain(int directory) { return startAt(directory, 0); }
+
     /// Becomes a reader that has come to its end, seen or taken for granted.
     void endHere(bool likely) noexcept
     {
@@ -59,4 +70,5 @@ private:
     End trusted_;
     bool ended_ = false;
     bool likely_ = false;
+    bool resting_ = false;
 };

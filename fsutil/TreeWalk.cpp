@@ -1,11 +1,34 @@
 #include "fsutil/TreeWalk.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include "conf/FatalLogger.h"
+
+namespace
+{
+
+constexpr const char* comingBack = "Unable to restore & close current dir";
+
+/// The directories nearest to the walk whose buffers are kept. Further up, what is left to be read
+/// is found again when the walk comes back.
+constexpr size_t mostBuffers = 32;
+
+/// How many directories a walk holds: those that it does not hold cost about as much again to find.
+size_t mostOpenDirectories()
+{
+    constexpr rlim_t least = 2;
+    constexpr rlim_t most = 16384;
+    rlimit limit = {};
+    const bool known = getrlimit(RLIMIT_NOFILE, &limit) == 0;
+    return static_cast<size_t>(std::clamp(known ? limit.rlim_cur / 2 : least, least, most));
+}
+
+} // namespace
 
 void failTreeStep(const char* words, const char* name)
 {
@@ -34,12 +57,11 @@ int TreeAction::actOnClosedDirectory(int /*parent*/, const char* /*name*/)
     return 0;
 }
 
+TreeWalk::TreeWalk(TreeAction& action) : action_(action), mostOpen_(mostOpenDirectories()) {}
+
 Descriptor TreeWalk::walk(Descriptor top, const char* name)
 {
-    if (action_.staysOnFileSystem()) {
-        fileSystem_ = FileSystem(top.get());
-    }
-    enter(std::move(top), name, 0, DirectoryReader::End::certain);
+    enter(std::move(top), name, DirectoryReader::End::certain);
     for (;;) {
         Level& level = open_.back();
         if (const dirent64* entry = level.reader.next(level.directory.get())) {
@@ -52,15 +74,18 @@ Descriptor TreeWalk::walk(Descriptor top, const char* name)
     }
 }
 
-void TreeWalk::enter(Descriptor directory, std::string name, ino_t inode, DirectoryReader::End end)
+void TreeWalk::enter(Descriptor directory, std::string name, DirectoryReader::End end)
 {
     if (changesDirectory_ && fchdir(directory.get()) != 0) {
         failTreeStep("Unable to change dir", name.c_str());
     }
-    if (open_.size() == maximumOpen) {
+    if (open_.size() == mostOpen_) {
         parkShallowest();
     }
-    open_.push_back({std::move(directory), std::move(name), inode, DirectoryReader(end)});
+    open_.push_back({std::move(directory), std::move(name), DirectoryReader(end)});
+    if (open_.size() > mostBuffers) {
+        open_[open_.size() - 1 - mostBuffers].reader.rest();
+    }
 }
 
 void TreeWalk::visit(const dirent64& entry)
@@ -98,11 +123,10 @@ void TreeWalk::visitDirectory(const dirent64& entry, bool looked)
         return;
     }
     std::string kept = name;
-    const ino_t inode = entry.d_ino;
     // A read that is due anyway: if nothing comes, there is no need to find this place again.
     parent.reader.readAhead(parent.directory.get());
     // What is to be empty in the end shows when it is removed whether all of it was read.
-    enter(std::move(directory), std::move(kept), inode,
+    enter(std::move(directory), std::move(kept),
         action_.empties() ? DirectoryReader::End::likely : DirectoryReader::End::certain);
 }
 
@@ -112,7 +136,10 @@ void TreeWalk::leave()
     open_.pop_back();
     if (open_.empty()) {
         reopenParent(level);
+    } else if (open_.back().reader.isResting()) {
+        findPlace(open_.back(), open_.back().reader.position(), level.name);
     }
+    moveUp();
     finish(std::move(level));
 }
 
@@ -144,15 +171,18 @@ void TreeWalk::enterAgain(const Level& left)
         failOpening(name, false);
         return;
     }
-    enter(std::move(directory), left.name, left.inode, DirectoryReader::End::certain);
+    enter(std::move(directory), left.name, DirectoryReader::End::certain);
 }
 
 void TreeWalk::parkShallowest()
 {
     Level& level = open_.front();
-    const auto [device, inode] = identityOf(level);
-    parked_.push(
-        {device, inode, level.reader.position(), level.reader.ended(), level.reader.endIsLikely()},
+    struct stat status = {};
+    if (fstat(level.directory.get(), &status) != 0) {
+        failTreeStep("Unable to get file descriptor of current dir");
+    }
+    parked_.push({status.st_dev, status.st_ino, level.reader.position(), level.reader.ended(),
+                     level.reader.endIsLikely()},
         level.name);
     if (level.directory.close() != 0) {
         failTreeStep("Unable to close dir", level.name.c_str());
@@ -160,51 +190,50 @@ void TreeWalk::parkShallowest()
     open_.pop_front();
 }
 
-/// What a directory is recognised by. Where the entry's inode number can be relied on there is no
-/// need to ask; had somebody exchanged the directory before it was opened, the walk would not
-/// recognise it and end.
-TreeWalk::Identity TreeWalk::identityOf(const Level& level) const
-{
-    if (action_.staysOnFileSystem() && fileSystem_.entriesTellInodes() && level.inode != 0) {
-        return {fileSystem_.device(), level.inode};
-    }
-    struct stat status = {};
-    if (fstat(level.directory.get(), &status) != 0) {
-        failTreeStep("Unable to get file descriptor of current dir");
-    }
-    return {status.st_dev, status.st_ino};
-}
-
 void TreeWalk::reopenParent(const Level& child)
 {
-    constexpr char restore[] = "Unable to restore & close current dir";
     std::string name;
     const ParkedLevels::Level known = parked_.pop(name);
     Descriptor directory(openat(child.directory.get(), "..", directoryFlags));
     struct stat status = {};
     if (!directory || fstat(directory.get(), &status) != 0) {
-        failTreeStep(restore);
+        failTreeStep(comingBack);
     }
     if (status.st_dev != known.device || status.st_ino != known.inode) {
         // Somebody has moved the directory that the walk was in: ".." leads out of the tree.
         errno = ESTALE;
-        failTreeStep(restore);
+        failTreeStep(comingBack);
     }
-    // Staying in a removed directory would keep all of its removed parents alive in the kernel,
-    // which looks through them at every further removal: quadratic in the depth. To move up now
-    // and then is enough.
-    constexpr size_t levelsBetweenMoves = 16;
-    if (changesDirectory_ && action_.empties() && parked_.size() % levelsBetweenMoves == 0 &&
-        fchdir(directory.get()) != 0) {
-        failTreeStep(restore);
-    }
-    open_.push_back({std::move(directory), std::move(name), known.inode, DirectoryReader()});
-    DirectoryReader& reader = open_.back().reader;
+    open_.push_back({std::move(directory), std::move(name), DirectoryReader()});
     if (known.ended) {
-        reader.endHere(known.endIsLikely);
-    } else if (!action_.empties() &&
-               reader.goOnBehind(open_.back().directory.get(), known.position, child.name) != 0) {
-        failTreeStep(restore);
+        open_.back().reader.endHere(known.endIsLikely);
+    } else if (!action_.empties()) {
+        findPlace(open_.back(), known.position, child.name);
+    } // opened anew, it is at its beginning
+}
+
+/// Goes on in a directory behind the entry that the walk comes back from, or at its beginning if
+/// what it held so far is gone.
+void TreeWalk::findPlace(Level& level, off64_t position, const std::string& name) const
+{
+    const int directory = level.directory.get();
+    const int result = action_.empties() ? level.reader.startAgain(directory)
+                                         : level.reader.goOnBehind(directory, position, name);
+    if (result != 0) {
+        failTreeStep(comingBack);
+    }
+}
+
+/// Staying in a removed directory would keep all of its removed parents alive in the kernel, which
+/// looks through them at every further removal: quadratic in the depth. To move up now and then is
+/// enough.
+void TreeWalk::moveUp() const
+{
+    constexpr size_t levelsBetweenMoves = 16;
+    const size_t depth = parked_.size() + open_.size();
+    if (changesDirectory_ && action_.empties() && depth % levelsBetweenMoves == 0 &&
+        fchdir(open_.back().directory.get()) != 0) {
+        failTreeStep(comingBack);
     }
 }
 

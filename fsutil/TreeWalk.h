@@ -8,7 +8,6 @@
 
 #include "fsutil/Descriptor.h"
 #include "fsutil/DirectoryReader.h"
-#include "fsutil/FileSystem.h"
 #include "fsutil/ParkedLevels.h"
 
 /// The flags with which the walks open a directory.
@@ -56,9 +55,6 @@ public:
     /// again then starts at its beginning.
     [[nodiscard]] virtual bool empties() const noexcept { return false; }
 
-    /// Whether every directory that it opens is on the file system of its parent.
-    [[nodiscard]] virtual bool staysOnFileSystem() const noexcept { return false; }
-
 private:
     Words words_;
 };
@@ -73,19 +69,17 @@ private:
 /// Nothing is ever followed: a directory is opened by its bare name without following a link and
 /// worked on through that descriptor. An entry that the owner of the tree exchanges before its turn
 /// makes its step fail, or is itself what the step acts on: a link that took a file's name gets the
-/// owner meant for the file, its target does not. The walk holds a bounded number of directories
-/// open. Deeper down it closes the shallowest of them, and comes back to those through "..",
-/// going on only in a directory of the same device and inode as the one it left.
+/// owner meant for the file, its target does not. The walk holds at most half of the descriptors
+/// open that the process may have. Deeper down it closes the shallowest directories, and comes back
+/// to those through "..", going on only in a directory of the same device and inode as the one it
+/// left.
 ///
 /// Entering a directory takes the right to search it. Root has that everywhere; on behalf of others
 /// the walk changes into each directory, so that what they may not search is not walked.
 class TreeWalk
 {
 public:
-    /// The most directories that a walk holds open at a time.
-    static constexpr size_t maximumOpen = 32;
-
-    explicit TreeWalk(TreeAction& action) : action_(action) {}
+    explicit TreeWalk(TreeAction& action);
 
     /// Walks the contents of an open directory and gives its descriptor back for the step on the
     /// directory itself. The current directory is left anywhere inside the tree.
@@ -96,29 +90,24 @@ private:
     struct Level {
         Descriptor directory;
         std::string name;
-        ino_t inode; ///< as the entry told it
         DirectoryReader reader;
     };
 
-    struct Identity {
-        dev_t device;
-        ino_t inode;
-    };
-
-    void enter(Descriptor directory, std::string name, ino_t inode, DirectoryReader::End end);
+    void enter(Descriptor directory, std::string name, DirectoryReader::End end);
     void visit(const dirent64& entry);
     void visitDirectory(const dirent64& entry, bool looked);
     void leave();
+    void findPlace(Level& level, off64_t position, const std::string& name) const;
+    void moveUp() const;
     void finish(Level level);
     void enterAgain(const Level& left);
     void parkShallowest();
     void reopenParent(const Level& child);
-    [[nodiscard]] Identity identityOf(const Level& level) const;
     void failOpening(const char* name, bool looked) const;
     void failEntry(const char* words, const char* name, bool looked) const;
 
     TreeAction& action_;
-    FileSystem fileSystem_;
+    const size_t mostOpen_;
     const bool changesDirectory_ = geteuid() != 0;
     ParkedLevels parked_;
     std::deque<Level> open_;

@@ -99,7 +99,6 @@ public:
             errno = !directory && errno == EXDEV ? EBUSY : errno;
             return directory;
         }
-        askedByName_ = true;
         return openUnlessMounted(parent, name);
     }
 
@@ -114,7 +113,6 @@ public:
     }
 
     [[nodiscard]] bool empties() const noexcept override { return true; }
-    [[nodiscard]] bool staysOnFileSystem() const noexcept override { return !askedByName_; }
 
 private:
     /// The way without openat2(2): rmdir(2) refuses a mount point before it looks for entries.
@@ -128,8 +126,6 @@ private:
     }
 
     static int goneAfter(int result) { return result != 0 && errno == ENOENT ? 0 : result; }
-
-    bool askedByName_ = false;
 };
 
 /// The current directory, to come back to whatever its name has become by then.

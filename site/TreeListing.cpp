@@ -170,13 +170,19 @@ void listTree(const path& base, const path& relative, EntryList& entries)
 
 bool comesBefore(const path& a, const path& b) noexcept
 {
+    const std::string& first = a.native();
+    const std::string& second = b.native();
+    const auto [here, there] =
+        std::mismatch(first.begin(), first.end(), second.begin(), second.end());
+    if (here == first.end() || there == second.end()) {
+        return there != second.end();
+    }
     // No name holds a NUL byte, so a separator that counts as one sorts a component that ends
     // before every longer one.
     const auto rank = [](char character) {
         return character == '/' ? 0 : static_cast<unsigned char>(character);
     };
-    return std::lexicographical_compare(a.native().begin(), a.native().end(), b.native().begin(),
-        b.native().end(), [rank](char x, char y) { return rank(x) < rank(y); });
+    return rank(*here) < rank(*there);
 }
 
 } // namespace zelto
