@@ -67,6 +67,21 @@ void enterAndName(const char* path, DirectoryName& name)
     currentName(name);
 }
 
+/// stat(2) of a path: a link at its end is looked through, whoever it belongs to. Only the road to
+/// it must be one that can be trusted.
+int lookThrough(const PinnedPath& pinned, struct stat& status)
+{
+    return pinned.reached() ? fstatat(pinned.directory(), pinned.name(), &status, 0) : -1;
+}
+
+/// Whether looking at a path says if there is something. A road that must not or cannot be taken is
+/// no sign that there is nothing at its end.
+bool leadsSomewhere(const PinnedPath& pinned)
+{
+    return pinned.reached() || errno == ENOENT || errno == ENOTDIR || errno == EACCES ||
+           errno == ENAMETOOLONG;
+}
+
 /// The mode that mkdir(2) would give.
 mode_t cutByUmask(mode_t mode)
 {
@@ -111,28 +126,27 @@ Descriptor makeLevel(const char* path, int parent, const char* name, const Acces
 class PathMaker
 {
 public:
-    PathMaker(const char* path, const Access& access)
-        : path_(path), access_(access),
-          way_(Descriptor(open(*path == '/' ? "/" : ".", heldDirectory)), TrustedWay::Above::asked,
-              TrustedWay::stepsBack(path))
+    /// @param path is cut while the maker works, but not yet.
+    PathMaker(const char* path, const Access& access) : path_(path), access_(access), way_(path) {}
+
+    /// What is taken as it is exists already.
+    [[nodiscard]] size_t lengthOfBeginning() const
     {
+        return std::strlen(path_) - way_.rest().size();
     }
 
     /// @param name the last component of the path as it is cut at the moment.
     void make(const char* name, mode_t mode)
     {
-        // What the level before has found there needs to be a directory only now.
-        if (!found_.empty()) {
-            way_.take(found_);
-            found_.clear();
-        }
         if (std::strlen(path_) >= PATH_MAX) {
             errno = ENAMETOOLONG;
             failToCreate(path_);
         }
-        if (!way_.isOpen()) {
+        // What the level before has found there needs to be a directory only now.
+        if (!way_.isOpen() || (!found_.empty() && !way_.take(found_))) {
             failToCreate(path_);
         }
+        found_.clear();
         Descriptor made = makeLevel(path_, way_.here(), name, {access_.owner, access_.group, mode});
         if (made) {
             way_.enter(std::move(made));
@@ -180,7 +194,7 @@ int makeDirectoryPath(char* path, uid_t owner, gid_t group, mode_t mode)
     if (*path == '\0') {
         maker.make(path, mode);
     }
-    for (char* name = path; name != nullptr && *name != '\0';) {
+    for (char* name = path + maker.lengthOfBeginning(); *name != '\0';) {
         char* slash = std::strchr(name, '/');
         if (slash == nullptr) {
             maker.make(name, mode);
@@ -204,16 +218,17 @@ int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mod
 
 int renameDirectory(const char* oldPath, const char* newPath)
 {
+    const PinnedPath from(oldPath);
+    const PinnedPath to(newPath);
+    const bool canTell = leadsSomewhere(from) && leadsSomewhere(to);
     struct stat status = {};
-    if (stat(oldPath, &status) != 0) {
+    if (canTell && lookThrough(from, status) != 0) {
         return 0;
     }
-    if (stat(newPath, &status) == 0) {
+    if (canTell && lookThrough(to, status) == 0) {
         fatalLogger(0, 1, "Directory rename error: target directory %s already exists.\n", newPath);
         return -1;
     }
-    const PinnedPath from(oldPath);
-    const PinnedPath to(newPath);
     if (!from.reached() || !to.reached() ||
         renameat(from.directory(), from.name(), to.directory(), to.name()) != 0) {
         fatalLogger(0, 1, "Remaming %s to %s failed: %s\n", oldPath, newPath, std::strerror(errno));

@@ -41,15 +41,21 @@ int writeAll(int file, std::string_view content)
     return 0;
 }
 
+/// The mode without the set-id bits that a change of group takes from a file.
+mode_t modeAfterChange(mode_t mode)
+{
+    const mode_t taken = S_ISUID | ((mode & S_IXGRP) != 0 ? S_ISGID : 0U);
+    return mode & 07777 & ~taken;
+}
+
+/// The group comes first, and the mode without the bits that giving the group would take away: the
+/// file may have a name already, under which somebody could run it. Without the group no such bit
+/// is given at all.
 void giveAccess(int file, mode_t mode, gid_t group)
 {
+    const bool isGiven = fchown(file, static_cast<uid_t>(-1), group) == 0;
     constexpr mode_t setId = S_ISUID | S_ISGID;
-    (void)fchmod(file, mode & 07777);
-    if (fchown(file, static_cast<uid_t>(-1), group) != 0 && (mode & setId) != 0) {
-        // The change of group would have taken these bits away; without it they must not stay, or
-        // the file would run with the rights of this process.
-        (void)fchmod(file, mode & 07777 & ~setId);
-    }
+    (void)fchmod(file, isGiven ? modeAfterChange(mode) : mode & 07777 & ~setId);
 }
 
 int fill(int file, std::string_view content, mode_t mode, gid_t group)

@@ -6,24 +6,41 @@
 
 #include "fsutil/TrustedPath.h"
 
-PinnedPath::PinnedPath(const char* path) : name_(path)
+namespace
 {
-    const size_t last = name_.find_last_not_of('/');
+
+/// Whether a descriptor holds a link itself, as O_PATH makes it.
+bool isLink(const Descriptor& file)
+{
+    struct stat status = {};
+    return fstat(file.get(), &status) == 0 && S_ISLNK(status.st_mode);
+}
+
+} // namespace
+
+PinnedPath::PinnedPath(const char* path) : path_(path), name_(path), lookedUp_(path)
+{
+    const size_t last = path_.find_last_not_of('/');
     if (last == std::string::npos) {
         return;
     }
-    if (name_.size() >= PATH_MAX) {
+    if (path_.size() >= PATH_MAX) {
         // The parts might fit where the whole does not; the whole decides.
         error_ = ENAMETOOLONG;
         return;
     }
-    if (const size_t slash = name_.rfind('/', last); slash != std::string::npos) {
-        directory_ = ::openTrusted(name_.substr(0, slash + 1).c_str(), heldDirectory);
-        error_ = directory_ ? 0 : errno;
-        name_.erase(0, slash + 1);
+    const size_t begin = path_.rfind('/', last) + 1; // 0 without a slash
+    name_ = path_.substr(begin);
+    lookedUp_ = path_.substr(begin, last + 1 - begin);
+    const bool goesBack = lookedUp_ == "..";
+    if (goesBack) {
+        // Asked for "..", the system would say where the directory is by then.
+        lookedUp_ = ".";
     }
-    if (const size_t end = name_.find('/'); end != std::string::npos) {
-        followed_ = name_.substr(0, end);
+    if (begin > 0 || goesBack) {
+        const std::string held = goesBack ? path_ : path_.substr(0, begin);
+        directory_ = ::openTrusted(held.c_str(), heldDirectory);
+        error_ = directory_ ? 0 : errno;
     }
 }
 
@@ -42,22 +59,20 @@ int PinnedPath::directory() const noexcept
 
 int PinnedPath::look(struct stat& status) const
 {
-    if (!reached()) {
-        return -1;
+    if (reached() && !namesDirectory()) {
+        return fstatat(directory(), lookedUp_.c_str(), &status, AT_SYMLINK_NOFOLLOW);
     }
-    if (followed_.empty()) {
-        return fstatat(directory(), name(), &status, AT_SYMLINK_NOFOLLOW);
-    }
-    const Descriptor found = openTrustedAt(directory(), followed_.c_str(), heldDirectory);
+    const Descriptor found = openTrusted(heldDirectory);
     return found ? fstat(found.get(), &status) : -1;
 }
 
 Descriptor PinnedPath::open(int flags) const
 {
-    if (!followed_.empty()) {
-        return openTrusted(flags | O_DIRECTORY);
+    if (namesDirectory()) {
+        return openTrusted(flags);
     }
-    return Descriptor(reached() ? openat(directory(), name(), flags | O_NOFOLLOW) : -1);
+    return Descriptor(
+        reached() ? openat(directory(), lookedUp_.c_str(), flags | O_NOFOLLOW | O_CLOEXEC) : -1);
 }
 
 Descriptor PinnedPath::openTrusted(int flags) const
@@ -65,6 +80,14 @@ Descriptor PinnedPath::openTrusted(int flags) const
     if (!reached()) {
         return {};
     }
-    return followed_.empty() ? openTrustedAt(directory(), name(), flags)
-                             : openTrustedAt(directory(), followed_.c_str(), flags | O_DIRECTORY);
+    const int error = errno;
+    const int asked = namesDirectory() ? flags | O_DIRECTORY : flags;
+    Descriptor file(openat(directory(), lookedUp_.c_str(), asked | O_NOFOLLOW | O_CLOEXEC));
+    if (file ? isLink(file) : errno == ELOOP || errno == ENOTDIR) {
+        file = ::openTrusted(path_.c_str(), asked);
+    }
+    if (file) {
+        errno = error;
+    }
+    return file;
 }

@@ -10,7 +10,8 @@
 /// On the way there only links that can be trusted are followed (see TrustedPath.h).
 ///
 /// Trailing slashes stay with the last component and keep their meaning to the system: "link/"
-/// names the directory that the link leads to, if the link can be trusted.
+/// names the directory that the link leads to, if the link can be trusted. Where the last component
+/// is "..", the directory that it leads back to is the one that is held.
 class PinnedPath
 {
 public:
@@ -32,12 +33,15 @@ public:
     /// The directory's descriptor, or AT_FDCWD for a path that has no directory part.
     [[nodiscard]] int directory() const noexcept;
 
-    /// The last component, to be used with directory().
+    /// The last component, to be used with directory() for making, renaming and removing.
     [[nodiscard]] const char* name() const noexcept { return name_.c_str(); }
 
 private:
+    [[nodiscard]] bool namesDirectory() const noexcept { return name_.size() > lookedUp_.size(); }
+
+    std::string path_;
     Descriptor directory_;
     std::string name_;
-    std::string followed_; ///< the name without its trailing slashes; empty if it has none
+    std::string lookedUp_; ///< the name without trailing slashes, "." for ".."
     int error_ = 0;        ///< why the directory could not be reached
 };

@@ -117,7 +117,7 @@ void TreeWalk::visitDirectory(const dirent64& entry, bool looked)
 {
     Level& parent = open_.back();
     const char* name = entry.d_name;
-    Descriptor directory = action_.openDirectory(parent.directory.get(), name);
+    Descriptor directory = open(name);
     if (!directory) {
         failOpening(name, looked);
         return;
@@ -128,6 +128,20 @@ void TreeWalk::visitDirectory(const dirent64& entry, bool looked)
     // What is to be empty in the end shows when it is removed whether all of it was read.
     enter(std::move(directory), std::move(kept),
         action_.empties() ? DirectoryReader::End::likely : DirectoryReader::End::certain);
+}
+
+/// Opens an entry of the directory that the walk is in. Should the process hold more descriptors of
+/// its own than the walk has reckoned with, the walk makes do with fewer.
+Descriptor TreeWalk::open(const char* name)
+{
+    const int parent = open_.back().directory.get();
+    Descriptor directory = action_.openDirectory(parent, name);
+    while (!directory && errno == EMFILE && open_.size() > 1) {
+        parkShallowest();
+        mostOpen_ = open_.size();
+        directory = action_.openDirectory(parent, name);
+    }
+    return directory;
 }
 
 void TreeWalk::leave()
@@ -166,7 +180,7 @@ void TreeWalk::finish(Level level)
 void TreeWalk::enterAgain(const Level& left)
 {
     const char* name = left.name.c_str();
-    Descriptor directory = action_.openDirectory(open_.back().directory.get(), name);
+    Descriptor directory = open(name);
     if (!directory) {
         failOpening(name, false);
         return;

@@ -94,6 +94,7 @@ private:
     };
 
     void enter(Descriptor directory, std::string name, DirectoryReader::End end);
+    Descriptor open(const char* name);
     void visit(const dirent64& entry);
     void visitDirectory(const dirent64& entry, bool looked);
     void leave();
@@ -107,7 +108,7 @@ private:
     void failEntry(const char* words, const char* name, bool looked) const;
 
     TreeAction& action_;
-    const size_t mostOpen_;
+    size_t mostOpen_;
     const bool changesDirectory_ = geteuid() != 0;
     ParkedLevels parked_;
     std::deque<Level> open_;

@@ -9,7 +9,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
+#include <vector>
 
+#include "conf/ConfVariables.h"
+#include "conf/Configuration.h"
 #include "fsutil/OpenAt2.h"
 
 const int heldDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
@@ -25,19 +28,36 @@ constexpr int mostLinks = 40;
 class KeptError
 {
 public:
-    [[nodiscard]] Descriptor unlessFailed(Descriptor file) const
-    {
-        if (file) {
-            errno = error_;
-        }
-        return file;
-    }
+    void restore() const { errno = error_; }
 
 private:
     int error_ = errno;
 };
 
-Descriptor openStep(int directory, const char* name, int flags, int& linksLeft);
+std::vector<std::string>& trustedPlaces()
+{
+    static std::vector<std::string> places;
+    return places;
+}
+
+/// How much of a path a place takes up that is the path or lies on its way.
+size_t lengthOf(std::string_view place, std::string_view path)
+{
+    place = place.substr(0, place.find_last_not_of('/') + 1);
+    const bool begins =
+        path.starts_with(place) && (path.size() == place.size() || path.at(place.size()) == '/');
+    return begins ? place.size() : 0;
+}
+
+/// The longest beginning of a path that is taken as it is; empty if there is none.
+std::string_view trustedBeginning(std::string_view path)
+{
+    size_t length = lengthOf(variableByIndex(HTTPD_VHOSTS_D), path);
+    for (const std::string& place : trustedPlaces()) {
+        length = std::max(length, lengthOf(place, path));
+    }
+    return path.substr(0, length);
+}
 
 /// Takes the first name off a path; empty when only slashes are left.
 std::string takeName(std::string_view& path)
@@ -49,23 +69,21 @@ std::string takeName(std::string_view& path)
     return name;
 }
 
-/// Each name of a link's target, which counts from the directory unless it begins at the root.
-/// Who made the link can be trusted, but what it leads through may be anybody's.
-Descriptor openTarget(int directory, std::string_view target, int flags, int& linksLeft)
+std::string takeName(std::string& path)
 {
-    const bool fromRoot = target.front() == '/';
-    Descriptor reached(openat(directory, fromRoot ? "/" : ".", heldDirectory));
-    while (reached) {
-        const std::string name = takeName(target);
-        if (target.empty() && !name.empty()) {
-            return openStep(reached.get(), name.c_str(), flags, linksLeft);
-        }
-        if (name.empty()) {
-            return Descriptor(openat(reached.get(), ".", flags | O_CLOEXEC));
-        }
-        reached = openStep(reached.get(), name.c_str(), heldDirectory, linksLeft);
+    std::string_view rest = path;
+    std::string name = takeName(rest);
+    path.erase(0, path.size() - rest.size());
+    return name;
+}
+
+size_t stepsBack(std::string_view path)
+{
+    size_t steps = 0;
+    while (!path.empty()) {
+        steps += takeName(path) == ".." ? 1 : 0;
     }
-    return reached;
+    return steps;
 }
 
 /// The target of a link that may be followed, or "" with `errno`. The link is held by descriptor,
@@ -93,24 +111,6 @@ bool holdsLink(const Descriptor& file, int flags)
            S_ISLNK(status.st_mode);
 }
 
-Descriptor openStep(int directory, const char* name, int flags, int& linksLeft)
-{
-    Descriptor next(openat(directory, name, flags | O_NOFOLLOW | O_CLOEXEC));
-    // With O_DIRECTORY a link is no directory.
-    if (next ? !holdsLink(next, flags) : errno != ENOTDIR && errno != ELOOP) {
-        return next;
-    }
-    const std::string target = readTrustedLink(directory, name);
-    if (target.empty()) {
-        return {};
-    }
-    if (linksLeft-- == 0) {
-        errno = ELOOP;
-        return {};
-    }
-    return openTarget(directory, target, flags, linksLeft);
-}
-
 /// Opens a path that no link lies on, in one call: what most paths are.
 /// @return the descriptor; none with ELOOP, ENOTDIR (from a link where a directory is asked for) or
 ///         ENOSYS when the names are to be taken one by one.
@@ -129,21 +129,8 @@ Descriptor openWithoutLinks(const char* path, int flags)
 
 Descriptor openNameByName(const char* path, int flags)
 {
-    std::string_view rest = path;
-    TrustedWay way(Descriptor(open(rest.front() == '/' ? "/" : ".", heldDirectory)),
-        TrustedWay::Above::asked, TrustedWay::stepsBack(path));
-    while (way.isOpen()) {
-        const std::string name = takeName(rest);
-        if (name.empty() || (rest.empty() && (name == "." || name == ".."))) {
-            way.take(name.empty() ? "." : name);
-            return way.isOpen() ? way.openHere(".", flags) : Descriptor();
-        }
-        if (rest.empty()) {
-            return way.openHere(name.c_str(), flags);
-        }
-        way.take(name);
-    }
-    return {};
+    TrustedWay way(path);
+    return way.isOpen() ? way.open(way.rest(), flags) : Descriptor();
 }
 
 } // namespace
@@ -162,68 +149,156 @@ Descriptor openTrusted(const char* path, int flags)
         errno = length == 0 ? ENOENT : ENAMETOOLONG;
         return {};
     }
-    if (TrustedWay::stepsBack(path) == 0) {
-        Descriptor file = openWithoutLinks(path, flags);
-        if (file || (errno != ELOOP && errno != ENOTDIR && errno != ENOSYS)) {
-            return kept.unlessFailed(std::move(file));
-        }
+    Descriptor file;
+    const bool inOneCall = stepsBack(path) == 0;
+    if (inOneCall) {
+        file = openWithoutLinks(path, flags);
     }
-    return kept.unlessFailed(openNameByName(path, flags));
+    if (!file && (!inOneCall || errno == ELOOP || errno == ENOTDIR || errno == ENOSYS)) {
+        file = openNameByName(path, flags);
+    }
+    if (file) {
+        kept.restore();
+    }
+    return file;
 }
 
-Descriptor openTrustedAt(int directory, const char* name, int flags)
+TrustedPlace::TrustedPlace(std::string path)
+{
+    trustedPlaces().push_back(std::move(path));
+}
+
+TrustedPlace::~TrustedPlace()
+{
+    trustedPlaces().pop_back();
+}
+
+TrustedWay::TrustedWay(std::string_view path)
+    : rest_(path), mostHeld_(std::max(leastHeld, stepsBack(path)) + 1), linksLeft_(mostLinks)
+{
+    const std::string_view beginning = trustedBeginning(path);
+    const char* edge = path.starts_with('/') ? "/" : ".";
+    Descriptor start(
+        ::open(beginning.empty() ? edge : std::string(beginning).c_str(), heldDirectory));
+    if (start) {
+        push(way_, std::move(start));
+        rest_.remove_prefix(beginning.size());
+    }
+}
+
+bool TrustedWay::take(const std::string& name)
 {
     const KeptError kept;
-    int linksLeft = mostLinks;
-    return kept.unlessFailed(openStep(directory, name, flags, linksLeft));
-}
-
-TrustedWay::TrustedWay(Descriptor start, Above above, size_t stepsBack)
-    : above_(above), stepsBack_(stepsBack), linksLeft_(mostLinks)
-{
-    directories_.push_back(std::move(start));
-}
-
-size_t TrustedWay::stepsBack(std::string_view path)
-{
-    size_t steps = 0;
-    while (!path.empty()) {
-        steps += takeName(path) == ".." ? 1 : 0;
+    Directories way = way_;
+    if (!follow(name, way, heldDirectory, nullptr)) {
+        return false;
     }
-    return steps;
-}
-
-void TrustedWay::take(const std::string& name)
-{
-    if (name == "..") {
-        back();
-    } else if (name != ".") {
-        enter(openStep(here(), name.c_str(), heldDirectory, linksLeft_));
-    }
-}
-
-Descriptor TrustedWay::openHere(const char* name, int flags)
-{
-    const KeptError kept;
-    return kept.unlessFailed(openStep(here(), name, flags, linksLeft_));
+    way_ = std::move(way);
+    kept.restore();
+    return true;
 }
 
 void TrustedWay::enter(Descriptor next)
 {
-    directories_.push_back(std::move(next));
-    if (directories_.size() > stepsBack_ + 1) {
-        directories_.pop_front();
+    push(way_, std::move(next));
+}
+
+Descriptor TrustedWay::open(std::string_view names, int flags)
+{
+    Descriptor last;
+    (void)follow(std::string(names), way_, flags, &last);
+    return last;
+}
+
+/// Goes through names, with links replaced by what they say.
+/// @param last what the last name leads to is opened for it with the flags, or, if null, gone to.
+bool TrustedWay::follow(std::string names, Directories& way, int flags, Descriptor* last)
+{
+    while (true) {
+        const std::string name = takeName(names);
+        const int here = way.directories.back()->get();
+        if (name.empty()) {
+            if (last != nullptr) {
+                last->reset(openat(here, ".", flags | O_CLOEXEC));
+            }
+            return last == nullptr || *last;
+        }
+        if (name == ".") {
+            continue;
+        }
+        if (name == "..") {
+            if (!goBack(way)) {
+                return false;
+            }
+            continue;
+        }
+        // With slashes behind it the last name must be a directory's too.
+        const bool isLast = names.empty() && last != nullptr;
+        const int asked = isLast ? flags : heldDirectory;
+        Descriptor next(openat(here, name.c_str(), asked | O_NOFOLLOW | O_CLOEXEC));
+        if (!next || holdsLink(next, asked)) {
+            // With O_DIRECTORY a link is no directory.
+            const bool mayBeLink = next || errno == ENOTDIR || errno == ELOOP;
+            if (!mayBeLink || !expand(name, names, way)) {
+                return false;
+            }
+        } else if (isLast) {
+            *last = std::move(next);
+            return true;
+        } else {
+            push(way, std::move(next));
+        }
     }
 }
 
-void TrustedWay::back()
+/// Puts what a link says in front of the names that follow it.
+bool TrustedWay::expand(const std::string& name, std::string& names, Directories& way)
 {
-    if (directories_.size() > 1) {
-        directories_.pop_back();
-    } else if (above_ == Above::asked) {
-        directories_.back() = Descriptor(openat(here(), "..", heldDirectory));
-    } else {
-        directories_.back().reset();
-        errno = EPERM;
+    const std::string target = readTrustedLink(way.directories.back()->get(), name.c_str());
+    if (target.empty()) {
+        return false;
     }
+    if (linksLeft_-- == 0) {
+        errno = ELOOP;
+        return false;
+    }
+    if (target.front() == '/') {
+        Descriptor root(::open("/", heldDirectory));
+        if (!root) {
+            return false;
+        }
+        way = {};
+        push(way, std::move(root));
+    }
+    names.insert(0, target);
+    return true;
+}
+
+void TrustedWay::push(Directories& way, Descriptor next) const
+{
+    way.directories.push_back(std::make_shared<const Descriptor>(std::move(next)));
+    if (way.directories.size() > mostHeld_) {
+        way.directories.pop_front();
+        way.isComplete = false;
+    }
+}
+
+/// Asking the system for ".." would ask where a directory is now, and somebody may have moved it
+/// elsewhere. Only where the way began the system has to know.
+bool TrustedWay::goBack(Directories& way)
+{
+    if (way.directories.size() > 1) {
+        way.directories.pop_back();
+        return true;
+    }
+    if (!way.isComplete) {
+        errno = EMFILE;
+        return false;
+    }
+    Descriptor above(openat(way.directories.back()->get(), "..", heldDirectory));
+    if (!above) {
+        return false;
+    }
+    way.directories.back() = std::make_shared<const Descriptor>(std::move(above));
+    return true;
 }

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <deque>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
@@ -14,7 +15,11 @@
 /// A symbolic link anywhere on the way, at its end and in the target of another link too, counts
 /// only if it belongs to root or to the process's own user; anybody else's is ELOOP. Names are
 /// looked up one by one, each in the directory that was found for the one before, wherever that
-/// directory is by now. Forty links may lie on a way, as with the kernel.
+/// directory is by now, and ".." goes back to the directory that the way came through. Otherwise
+/// this is the kernel's way to read a path, with its limit of forty links.
+///
+/// The road to the virtual-hosts root, and to what a TrustedPlace names, is the administrator's and
+/// taken as it is.
 
 /// Whether the links of an owner are followed.
 [[nodiscard]] bool isTrusted(uid_t owner);
@@ -23,57 +28,64 @@
 extern const int heldDirectory;
 
 /// Opens what a path names, as open(2) with O_CLOEXEC does but for the links.
-/// @param path  relative to the current directory unless it begins with a slash. ".." goes back to
-///              the directory that the way came through.
+/// @param path  relative to the current directory unless it begins with a slash.
 /// @param flags of open(2); with O_PATH nothing but O_DIRECTORY may stand beside it.
 /// @return a descriptor, or none with `errno`.
 [[nodiscard]] Descriptor openTrusted(const char* path, int flags);
 
-/// The same for one name in an open directory (or AT_FDCWD).
-[[nodiscard]] Descriptor openTrustedAt(int directory, const char* name, int flags);
+/// As long as it lives, the links on the road to this path are followed whoever they belong to.
+class TrustedPlace
+{
+public:
+    explicit TrustedPlace(std::string path);
+    TrustedPlace(const TrustedPlace&) = delete;
+    TrustedPlace& operator=(const TrustedPlace&) = delete;
+    ~TrustedPlace();
+};
 
 /// A way through directories, one name after the other.
 class TrustedWay
 {
 public:
-    /// What ".." does where the way began.
-    enum class Above {
-        refused, ///< EPERM: what begins in a directory stays below it
-        asked,   ///< the system knows the parent
-    };
+    /// Begins where a path begins, for going through its names: at the root or in the current
+    /// directory, or behind the road that is taken as it is.
+    explicit TrustedWay(std::string_view path);
 
-    /// @param start     the first directory; a way that has none is at its end already.
-    /// @param stepsBack how often ".." will come. So many directories on the way are held: asking
-    ///                  the system for ".." would ask where a directory is now, and somebody may
-    ///                  have moved it elsewhere.
-    TrustedWay(Descriptor start, Above above, size_t stepsBack);
+    /// The names of the path that are still to be gone through.
+    [[nodiscard]] std::string_view rest() const { return rest_; }
 
-    /// How often ".." is among the names of a path.
-    [[nodiscard]] static size_t stepsBack(std::string_view path);
+    /// Whether the way could begin; else `errno` tells why not.
+    [[nodiscard]] bool isOpen() const { return !way_.directories.empty(); }
 
-    [[nodiscard]] bool isOpen() const { return static_cast<bool>(directories_.back()); }
+    /// The directory reached.
+    [[nodiscard]] int here() const { return way_.directories.back()->get(); }
 
-    /// The directory reached; -1 if there is none.
-    [[nodiscard]] int here() const { return directories_.back().get(); }
-
-    /// Goes on to the directory of this name ("." and ".." included); without it the way is no
-    /// longer open, and `errno` tells why.
-    void take(const std::string& name);
+    /// Goes on to the directory that a name ("." and ".." included) leads to. Without success the
+    /// way is where it was, and `errno` tells why.
+    [[nodiscard]] bool take(const std::string& name);
 
     /// Goes on to a directory that is held already.
     void enter(Descriptor next);
 
-    /// Opens a name in the directory reached, without going there.
-    [[nodiscard]] Descriptor openHere(const char* name, int flags);
-
-    /// Gives the directory reached away.
-    [[nodiscard]] Descriptor end() { return std::move(directories_.back()); }
+    /// Goes on through all names but the last and opens that; the way ends there.
+    [[nodiscard]] Descriptor open(std::string_view names, int flags);
 
 private:
-    void back();
+    /// So many directories behind the one reached are held at least, to go back to them.
+    static constexpr size_t leastHeld = 32;
 
-    Above above_;
-    size_t stepsBack_;
+    struct Directories {
+        std::deque<std::shared_ptr<const Descriptor>> directories;
+        bool isComplete = true; ///< whether the first is where the way began
+    };
+
+    bool follow(std::string names, Directories& way, int flags, Descriptor* last);
+    bool expand(const std::string& name, std::string& names, Directories& way);
+    void push(Directories& way, Descriptor next) const;
+    static bool goBack(Directories& way);
+
+    std::string_view rest_;
+    size_t mostHeld_;
     int linksLeft_;
-    std::deque<Descriptor> directories_; ///< never empty
+    Directories way_;
 };

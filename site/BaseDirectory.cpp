@@ -42,23 +42,20 @@ using boost::filesystem::path;
 /// Goes on to a parent, which is made if it is missing.
 void takeParent(TrustedWay& way, const std::string& name, const path& base)
 {
-    if (name == "..") {
-        way.take(name);
+    if (way.take(name)) {
         return;
     }
-    Descriptor next = way.openHere(name.c_str(), heldDirectory);
-    if (!next && errno == ENOENT) {
+    if (errno == ENOENT && name != "..") {
         const int error = mkdirat(way.here(), name.c_str(), 0777) != 0 ? errno : 0;
-        next = way.openHere(name.c_str(), heldDirectory);
-        if (!next && error != 0) {
+        if (way.take(name)) {
+            return;
+        }
+        if (error != 0) {
             // With EEXIST this is a link to nothing, which exists and is still no directory.
             failToMakeParent(base, error);
         }
     }
-    if (!next) {
-        failToMake(base, errno);
-    }
-    way.enter(std::move(next));
+    failToMake(base, errno);
 }
 
 NewDirectory makeLast(TrustedWay& way, const std::string& name, const path& base)
@@ -66,7 +63,7 @@ NewDirectory makeLast(TrustedWay& way, const std::string& name, const path& base
     NewDirectory made(way.here(), name.c_str(), sameOwner);
     if (!made) {
         const int error = errno;
-        if (error != EEXIST || !way.openHere(name.c_str(), heldDirectory)) {
+        if (error != EEXIST || !way.take(name)) {
             failToMake(base, error);
         }
     }
@@ -100,25 +97,23 @@ path withoutEnd(path base)
 
 NewDirectory makeBaseDirectory(const path& whole)
 {
-    const std::vector<std::string> names = namesOf(whole.native());
+    TrustedWay way(whole.native());
+    const std::vector<std::string> names = namesOf(way.rest());
     if (names.empty()) {
         (void)boost::filesystem::create_directories(whole); // says so of the empty path
         return {};
     }
     const path base = withoutEnd(whole);
-    TrustedWay way(openTrusted(whole.native().front() == '/' ? "/" : ".", heldDirectory),
-        TrustedWay::Above::asked, TrustedWay::stepsBack(whole.native()));
-    for (size_t i = 0; way.isOpen(); ++i) {
-        const bool isLast = i + 1 == names.size();
-        if (isLast && names[i] != "..") {
+    if (!way.isOpen()) {
+        failToMake(base, errno);
+    }
+    for (size_t i = 0; i < names.size(); ++i) {
+        if (i + 1 == names.size() && names[i] != "..") {
             return makeLast(way, names[i], base);
         }
         takeParent(way, names[i], base);
-        if (isLast) {
-            return {};
-        }
     }
-    failToMake(base, errno);
+    return {}; // its end goes back
 }
 
 } // namespace zelto

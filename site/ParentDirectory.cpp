@@ -1,5 +1,8 @@
 #include "site/ParentDirectory.h"
 
+#include <cerrno>
+#include <vector>
+
 #include "fsutil/TrustedPath.h"
 
 namespace zelto
@@ -10,14 +13,27 @@ namespace
 
 using boost::filesystem::path;
 
+/// Opens a directory below a base. A ".." takes the name before it back, for which that name must
+/// lead to a directory.
 Descriptor openBelow(const path& base, const path& below)
 {
-    TrustedWay way(openTrusted(base.empty() ? "." : base.c_str(), heldDirectory),
-        TrustedWay::Above::refused, TrustedWay::stepsBack(below.native()));
-    for (path::iterator step = below.begin(); way.isOpen() && step != below.end(); ++step) {
-        way.take(step->native());
+    const path start = base.empty() ? path(".") : base;
+    std::vector<path> directories = {start};
+    for (const path& step : below) {
+        if (step.native() == "..") {
+            if (!openTrusted(directories.back().c_str(), heldDirectory)) {
+                return {};
+            }
+            directories.pop_back();
+        } else if (step.native() != ".") {
+            directories.push_back(directories.back() / step);
+        }
+        if (directories.empty()) {
+            errno = EPERM;
+            return {};
+        }
     }
-    return way.end();
+    return openTrusted(directories.back().c_str(), heldDirectory);
 }
 
 } // namespace

@@ -15,6 +15,7 @@
 #include "conf/Configuration.h"
 #include "conf/StandardStreams.h"
 #include "fsutil/PinnedPath.h"
+#include "fsutil/TrustedPath.h"
 #include "site/SiteDirectories.h"
 #include "site/SkeletonCopier.h"
 #include "site/TreeListing.h"
@@ -112,6 +113,8 @@ unsigned int install(const VirtualHostPath& host, unsigned int listingMode, cons
     }
     makeIfMissing(host.directory);
     const path skeleton = chooseSkeleton(host.root, clientId);
+    const TrustedPlace place(
+        skeleton.native()); // the administrator's, as it was when it was chosen
     const std::vector<Entry> entries = listSkeleton(skeleton, listingMode);
     SkeletonCopier copier(
         host, skeleton, groupOfClients(), standardError(), standardErrorIsARegularFile(), options);

@@ -110,36 +110,52 @@ bool isDirectory(const path& examined)
     return false;
 }
 
-/// One walk.
+/// One walk, with a stack of its own: a tree may be deeper than the process's.
 class Listing
 {
 public:
     Listing(const path& base, const Visit& told) : base_(base), told_(told) {}
 
-    /// @param entry with its name relative to the base.
-    void visit(const Entry& entry)
+    void walk(const path& top)
     {
-        told_(entry.name, entry.type == DT_REG);
-        if (isKnownAsNoDirectory(entry.type) || !isDirectory(base_ / entry.name)) {
-            return;
-        }
-        try {
-            visitContent(entry.name);
-        } catch (const std::exception& exception) {
-            reportException(exception);
+        visit({top, DT_UNKNOWN});
+        while (!levels_.empty()) {
+            try {
+                step();
+            } catch (const std::exception& exception) {
+                levels_.pop_back();
+                reportException(exception);
+            }
         }
     }
 
 private:
-    void visitContent(const path& relative)
+    /// A directory, read to its end and closed before the walk goes deeper.
+    struct Level {
+        path relative;
+        DirectoryContent content;
+        size_t next;
+    };
+
+    void step()
     {
-        // Read to its end and closed before the walk goes deeper.
-        const DirectoryContent content = contentOf(base_ / relative);
-        for (const Entry& entry : content.entries) {
-            visit({relative / entry.name, entry.type});
+        Level& level = levels_.back();
+        if (level.next < level.content.entries.size()) {
+            const Entry& entry = level.content.entries[level.next++];
+            visit({level.relative / entry.name, entry.type});
+        } else if (level.content.error) {
+            std::rethrow_exception(level.content.error);
+        } else {
+            levels_.pop_back();
         }
-        if (content.error) {
-            std::rethrow_exception(content.error);
+    }
+
+    /// @param entry with its name relative to the base.
+    void visit(const Entry& entry)
+    {
+        told_(entry.name, entry.type == DT_REG);
+        if (!isKnownAsNoDirectory(entry.type) && isDirectory(base_ / entry.name)) {
+            levels_.push_back({entry.name, contentOf(base_ / entry.name), 0});
         }
     }
 
@@ -152,6 +168,7 @@ private:
 
     const path& base_;
     const Visit& told_;
+    std::vector<Level> levels_;
     const bool isRoot_ = geteuid() == 0;
 };
 
@@ -159,7 +176,7 @@ private:
 
 void visitTree(const path& base, const path& relative, const Visit& told)
 {
-    Listing(base, told).visit({relative, DT_UNKNOWN});
+    Listing(base, told).walk(relative);
 }
 
 void listTree(const path& base, const path& relative, EntryList& entries)

@@ -1,5 +1,5 @@
 # The ground that scripts/figures and scripts/bench measure on: an /etc and a /srv of their own, and
-# the trees there; sourced inside a private mount namespace.
+# the trees there; sourced behind common.sh, inside a private mount namespace.
 # shellcheck shell=bash
 
 # shellcheck disable=SC2034  # for the scripts that source this
@@ -52,11 +52,12 @@ deep() {
     perl -e 'chdir shift; for (1 .. shift) { mkdir "d" or die; chdir "d" or die }' "$shop/tree" "$1"
 }
 
-# trace_of FILE COMMAND...: the system calls of a command, one a line of the file.
+# trace_of FILE COMMAND...: the system calls of a command, one a line of the file. Ends the script, or
+# the subshell that it is called in, if the command fails: one that did nothing makes few calls.
 trace_of() {
     local trace=$1
     shift
-    strace -f -o "$trace" "$@" >/dev/null 2>&1
+    strace -f -o "$trace" "$@" >/dev/null 2>&1 || die "this fails under strace: $*"
 }
 
 # The number of system calls of a command. They are counted in the trace because strace's own sum

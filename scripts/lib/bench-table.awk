@@ -8,6 +8,7 @@ $1 == "machine" { print $2 }
 $1 == "note" { notes = notes "\n" $2 }
 
 $1 == "calls" {
+    works[++work_count] = $2
     calls[$2] = sprintf("%s, %s per %s (%s)", shown($4), shown($5), $3, bound($6))
     has_too_many[$2] = $6 != "-" && $4 > $6 + 0
 }
@@ -47,6 +48,8 @@ END {
             verdict(ratio, field[7], text != "" && has_too_many[field[2]]), text
     }
     if (notes != "") print notes
-    for (work in calls)
-        if (calls[work] != "") print "\nSystem calls to " work ": " calls[work]
+    for (i = 1; i <= work_count; ++i) {
+        text = calls_of(works[i])
+        if (text != "") print "\nSystem calls to " works[i] ": " text
+    }
 }

@@ -11,7 +11,7 @@ build_disturbed() {
 }
 
 # run_disturbed FILTER LOG: runs these tests in full, on all processors. The log holds what they
-# print, table rows among it. Fails when a test fails or none is run.
+# print, table rows among it. Fails when a test fails; ends the script when none is run.
 run_disturbed() {
     local filter=$1 log=$2 shards shard status=0
     shards=$(nproc)
@@ -29,8 +29,13 @@ run_disturbed() {
         cat "$log.$shard" >>"$log"
         rm "$log.$shard"
     done
-    grep -q '^| ' "$log" || status=1
+    grep -q '^\[ RUN ' "$log" || die "no test was run; is one called $filter? See $log."
     return "$status"
+}
+
+# rows_of LOG: the table rows that the tests have printed, which may be none.
+rows_of() {
+    grep '^| ' "$1" || true
 }
 
 # show_failures LOG: what was expected and found, without the test runner's own lines.

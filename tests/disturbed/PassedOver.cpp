@@ -13,11 +13,6 @@ bool contains(const std::string& text, const std::string& part)
     return text.find(part) != std::string::npos;
 }
 
-bool startsWith(const std::string& text, const std::string& beginning)
-{
-    return text.rfind(beginning, 0) == 0;
-}
-
 bool isIn(const std::string& name, const std::set<std::string>& names)
 {
     return names.count(name) > 0;
@@ -70,7 +65,7 @@ Allowance allowanceFor(const Scenario& scenario, const SystemCall& call)
     const std::string file = call.descriptor(static_cast<int>(call.arguments[0]));
     const std::string path = lookedAt(name, call);
     // A directory of the site that cannot be read further ends there.
-    if (name == "getdents64" && !startsWith(file, skeletons)) {
+    if (name == "getdents64" && !file.starts_with(skeletons)) {
         return {true};
     }
     // The copier does not check what mode and group an entry gets. No other step sets those of
@@ -79,7 +74,7 @@ Allowance allowanceFor(const Scenario& scenario, const SystemCall& call)
     if (isNewFile(target)) {
         return {true, Lasting::accessOfFiles};
     }
-    if (startsWith(target, shop + "/anon_ftp")) {
+    if (target.starts_with(shop + "/anon_ftp")) {
         return {true, name == "fchownat" ? Lasting::groupInAnonFtp : Lasting::nothing};
     }
     // A skeleton that cannot be looked at is used nevertheless, which copies nothing.
@@ -87,7 +82,7 @@ Allowance allowanceFor(const Scenario& scenario, const SystemCall& call)
         return {true, Lasting::levelsAbove};
     }
     // What cannot be looked at counts as missing: nothing to rename, no top to give to root.
-    if (path == shop && !startsWith(scenario.name, "Create")) {
+    if (path == shop && !scenario.name.starts_with("Create")) {
         return {true};
     }
     // A report that cannot be written.
@@ -120,19 +115,22 @@ bool covers(Allowance::Lasting lasting, const Scenario& scenario, const std::str
         return false;
     }
     std::istringstream lines(differences);
-    std::string mark;
-    std::string kind;
-    std::string mode;
-    std::string owner;
-    std::string path;
-    for (std::string rest; lines >> mark >> kind >> mode >> owner >> path;) {
-        std::getline(lines, rest);
+    for (std::string line; std::getline(lines, line);) {
+        std::istringstream words(line);
+        std::string mark;
+        std::string kind;
+        std::string mode;
+        std::string owner;
+        std::string path;
+        if (!(words >> mark >> kind >> mode >> owner >> path)) {
+            return false;
+        }
         const std::string whole = "/srv/www/" + path + '/';
         const bool above =
-            startsWith(scenario.webRoot, whole) || startsWith(scenario.cgiBin, whole);
+            scenario.webRoot.starts_with(whole) || scenario.cgiBin.starts_with(whole);
         const bool isCovered = lasting == Allowance::Lasting::accessOfFiles ? kind == "file"
                                : lasting == Allowance::Lasting::groupInAnonFtp
-                                   ? kind == "dir" && startsWith(whole, shop + "/anon_ftp/")
+                                   ? kind == "dir" && whole.starts_with(shop + "/anon_ftp/")
                                    : kind == "dir" && above;
         if (!isCovered) {
             return false;

@@ -2,8 +2,8 @@
 
 #include <string>
 
-/// The name of a system call of this machine, such as "openat"; "call 999" for one that neither the
-/// program nor the runtime below it is known to make.
+/// The name of a system call of this machine, such as "openat"; "call 999" for one that is not
+/// in the table.
 std::string systemCallName(long number);
 
 /// The number of a call that systemCallName() knows, or -1.

@@ -320,37 +320,26 @@ std::string SystemCall::descriptor(int file) const
 namespace
 {
 
-bool startsWith(const std::string& text, const char* beginning)
-{
-    return text.rfind(beginning, 0) == 0;
-}
-
-bool endsWith(const std::string& text, const std::string& end)
-{
-    return text.size() >= end.size() &&
-           text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
 /// Calls that take a descriptor and a path.
 bool isRelative(const std::string& name)
 {
-    return endsWith(name, "at") || endsWith(name, "at2") || name == "statx" ||
-           startsWith(name, "openat");
+    return name.ends_with("at") || name.ends_with("at2") || name == "statx" ||
+           name.starts_with("openat");
 }
 
 /// Calls that take nothing but a path.
 bool takesPath(const std::string& name)
 {
-    return name == "open" || endsWith(name, "mkdir") || endsWith(name, "rmdir") ||
-           endsWith(name, "chown") || endsWith(name, "chmod") || endsWith(name, "link") ||
-           endsWith(name, "rename") || name == "stat" || name == "lstat" || name == "chdir";
+    return name == "open" || name.ends_with("mkdir") || name.ends_with("rmdir") ||
+           name.ends_with("chown") || name.ends_with("chmod") || name.ends_with("link") ||
+           name.ends_with("rename") || name == "stat" || name == "lstat" || name == "chdir";
 }
 
 /// Calls that take a descriptor alone.
 bool isOnDescriptor(const std::string& name)
 {
     return (name[0] == 'f' && name != "futex") || name == "read" || name == "write" ||
-           name == "close" || startsWith(name, "getdents");
+           name == "close" || name.starts_with("getdents");
 }
 
 } // namespace
@@ -358,13 +347,13 @@ bool isOnDescriptor(const std::string& name)
 std::string SystemCall::description() const
 {
     const std::string called = name();
-    if (called == "linkat" || startsWith(called, "renameat")) {
+    if (called == "linkat" || called.starts_with("renameat")) {
         return called + " " + descriptor(static_cast<int>(arguments[0])) + " " + text(1) + " -> " +
                descriptor(static_cast<int>(arguments[2])) + " " + text(3);
     }
     if (isRelative(called)) {
         const std::string path = text(1);
-        return startsWith(path, "/")
+        return path.starts_with("/")
                    ? called + " " + path
                    : called + " " + descriptor(static_cast<int>(arguments[0])) + " " + path;
     }

@@ -11,8 +11,8 @@
 #include "tests/lib/Process.h"
 
 /// @file
-/// Runs of the built program that stop at each of its system calls, so that a test can look, change
-/// the world, make the call fail, or kill the program at just this place.
+/// Runs of a program that stop at each of its system calls, so that a test can look, change the
+/// world, make the call fail, or kill the program at just this place.
 
 /// A call that is about to be made. The program waits for as long as the object is looked at.
 struct SystemCall {
@@ -60,9 +60,10 @@ struct TracedOutcome : Outcome {
     bool hung = false; ///< it was killed because it did not come to an end
 };
 
-/// Runs twigctl and asks at the entry of each of its system calls, from the first one of main() on,
-/// what is to become of it. What the dynamic loader does before is not counted: it would not be
-/// this program's to handle. The program is given 20 seconds.
+/// Runs a program and asks at the entry of each of its system calls, from the first one of main()
+/// on, what is to become of it. What the dynamic loader does before is not counted: it would not be
+/// the program's to handle. Any program will do whose main() begins with fcntl(0, F_GETFD), as that
+/// of twigctl and that of tests/race/worker do. The program is given 20 seconds.
 TracedOutcome runTraced(const std::string& path, const std::vector<std::string>& arguments,
     const Start& start, const std::function<Verdict(const SystemCall&)>& atEntry);
 

@@ -14,9 +14,7 @@ namespace race
 namespace
 {
 
-constexpr uid_t user = 1001;
 constexpr uid_t other = 1002;
-constexpr gid_t users = 100;
 constexpr gid_t kvoserv = 2001;
 
 /// The user's own directory outside of the site.

@@ -13,6 +13,10 @@
 namespace race
 {
 
+/// The ids of the site's user.
+constexpr uid_t user = 1001;
+constexpr gid_t users = 100;
+
 inline const std::string virtualHosts = "/srv/www/vhosts";
 inline const std::string domain = virtualHosts + "/example.test";
 inline const std::string subdomains = domain + "/subdomains";

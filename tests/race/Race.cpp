@@ -73,6 +73,15 @@ std::string endOf(pid_t process, int patience)
                              : "signal " + std::to_string(WTERMSIG(status));
 }
 
+/// What fails on its own leaves nothing for a racer to win or to lose.
+void requireSuccess(const Subject& subject, const std::string& end)
+{
+    if (end != "0") {
+        throw std::runtime_error(
+            subject.name + " fails without anybody racing it: it ended by " + end);
+    }
+}
+
 } // namespace
 
 bool isOrderly(const std::string& end)
@@ -83,8 +92,9 @@ bool isOrderly(const std::string& end)
 Tally race(const Subject& subject, Kind kind, int rounds, int patience)
 {
     Ground ground(kind, Ground::Size::large);
-    Racer racer(ground.exchanges());
     const Silence silence;
+    requireSuccess(subject, endOf(silence.start(subject), patience));
+    Racer racer(ground.exchanges());
     Tally tally;
     for (int hangs = 0; tally.rounds < rounds && hangs < mostHangs;) {
         ground.restore();

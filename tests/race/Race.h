@@ -22,9 +22,11 @@ struct Tally {
 /// failures.
 bool isOrderly(const std::string& end);
 
-/// Lets the subject run again and again while the user exchanges entries. Needs a World.
+/// Lets the subject run once alone, and then again and again while the user exchanges entries.
+/// Needs a World.
 /// @param patience milliseconds after which a run counts as hung and is killed. Ten of those end
 ///                 the race early.
+/// @throws std::runtime_error if the subject cannot be started, or fails alone
 Tally race(const Subject& subject, Kind kind, int rounds, int patience);
 
 } // namespace race

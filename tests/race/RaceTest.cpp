@@ -23,7 +23,9 @@ class Race : public World, public ::testing::WithParamInterface<OneRace>
 {
 };
 
-using Racer = World;
+class RacingUser : public World
+{
+};
 
 INSTANTIATE_TEST_SUITE_P(Each, Race, ::testing::ValuesIn(everyRace()), nameOfRace);
 
@@ -39,7 +41,7 @@ TEST_P(Race, TouchesNothingOutsideOfTheSiteAndComesToAnEnd)
     }
 }
 
-TEST_F(Racer, WinsAgainstWhoeverFollowsNames)
+TEST_F(RacingUser, WinsAgainstWhoeverFollowsNames)
 {
     const race::Subject careless = race::peerSubjects().at(2);
     ASSERT_EQ(careless.name, "find -exec chmod");

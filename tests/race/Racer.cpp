@@ -38,8 +38,8 @@ std::array<int, 2> makePipe()
 
 void becomeTheUser()
 {
-    if (setgroups(0, nullptr) != 0 || setresgid(100, 100, 100) != 0 ||
-        setresuid(1001, 1001, 1001) != 0) {
+    if (setgroups(0, nullptr) != 0 || setresgid(users, users, users) != 0 ||
+        setresuid(user, user, user) != 0) {
         _exit(3);
     }
     // A change of ids clears this.

@@ -59,12 +59,12 @@ std::vector<Subject> ownSubjects()
     const std::string cgi = "--cgi-bin-path=" + cgiDirectory;
     const std::string name = "--subdomain-name=shop";
     // The user stays the same, and so keeps what it takes to go on exchanging.
-    const std::string user = "--user-name=site";
+    const std::string sameUser = "--user-name=site";
     return {
-        operation("--create", {name, user, "--cl-id=0", web, cgi},
+        operation("--create", {name, sameUser, "--cl-id=0", web, cgi},
             with(inTheTreeAndOnTheWay, Kind::nothingForLink)),
-        operation(
-            "--change-user", {name, user, web, cgi}, with(inTheTreeAndOnTheWay, Kind::handedOut)),
+        operation("--change-user", {name, sameUser, web, cgi},
+            with(inTheTreeAndOnTheWay, Kind::handedOut)),
         operation("--remove", {name}, with(inTheTree, Kind::road)),
         operation("--rename", {"--old-name=shop", "--new-name=renamed"}, {Kind::road}),
         call("emptySiteDirectories", {shop, webRoot, cgiDirectory}),

@@ -265,7 +265,7 @@ TEST_F(BaseDirectory, OnlyTheLastIsUnfinishedAndNotOneOnTheWay)
     EXPECT_EQ(accessOf("/srv/w/a"), "1000 root:root");
 }
 
-TEST_F(BaseDirectory, AThousandLevelsCostOneDescriptor)
+TEST_F(BaseDirectory, AThousandLevelsCostFewDescriptors)
 {
     std::string base = "/srv/w";
     for (int level = 0; level < 1000; ++level) {
@@ -275,7 +275,7 @@ TEST_F(BaseDirectory, AThousandLevelsCostOneDescriptor)
     static size_t during;
     faults::runBefore("mkdirat", 1000, [] { during = openDescriptors(); });
     EXPECT_EQ(make(base), made);
-    EXPECT_EQ(during, before + 1);
+    EXPECT_LE(during, before + 33);
     EXPECT_TRUE(exists(base));
 }
 
@@ -366,13 +366,13 @@ TEST_F(BaseDirectory, TheWayBackIsToWhereItCameFromWhateverHasMovedMeanwhile)
     EXPECT_FALSE(exists("/srv/elsewhere/web"));
 }
 
-TEST_F(BaseDirectory, TheWayBackFromALinkOfRootIsToTheDirectoryThatHoldsTheLink)
+TEST_F(BaseDirectory, TheWayBackFromALinkOfRootIsFromWhereItLeads)
 {
     makeDirs("/srv/elsewhere/deep");
     makeLink("/srv/w/link", "/srv/elsewhere/deep");
     EXPECT_EQ(make("/srv/w/link/../web"), made);
-    EXPECT_EQ(accessOf("/srv/w/web"), "0755 root:root");
-    EXPECT_FALSE(exists("/srv/elsewhere/web"));
+    EXPECT_EQ(accessOf("/srv/elsewhere/web"), "0755 root:root");
+    EXPECT_FALSE(exists("/srv/w/web"));
 }
 
 TEST_F(BaseDirectory, WhatIsPutInItsPlaceMeanwhileIsNotTouched)
@@ -402,7 +402,7 @@ TEST_F(BaseDirectory, WhatIsPutInItsPlaceMeanwhileIsNotTouched)
 
 TEST_F(BaseDirectory, AWayThatCannotBeOpenedIsAnError)
 {
-    faults::failAlways("openat2", EMFILE);
+    faults::failAlways("open", EMFILE);
     EXPECT_EQ(make("/srv/w/web"),
         "boost::filesystem::create_directory: Too many open files: \"/srv/w/web\"");
     faults::clear();

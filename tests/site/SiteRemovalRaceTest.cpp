@@ -46,8 +46,8 @@ private:
 
 TEST_F(SiteRemovalRace, ALinkPlantedBetweenListingAndRemovalIsRefused)
 {
-    // The first directory that is opened by its name below a base is "d".
-    faults::runBefore("openat", 1, [] {
+    // Nine lead to the three trees and through them; the next is "d" for "y".
+    faults::runBefore("openat2", 10, [] {
         move("/srv/web/d", "/srv/web/moved");
         plant("/srv/web/d", "/srv/victim");
     });
@@ -61,8 +61,8 @@ TEST_F(SiteRemovalRace, ALinkPlantedBetweenListingAndRemovalIsRefused)
 
 TEST_F(SiteRemovalRace, ALinkPlantedDeeperOnTheWayIsRefused)
 {
-    // "d" for "y", "d" again for "e/x", then "e".
-    faults::runBefore("openat", 3, [] {
+    // As above, then "d/e" for "e/x".
+    faults::runBefore("openat2", 11, [] {
         move("/srv/web/d/e", "/srv/web/moved");
         plant("/srv/web/d/e", "/srv/victim/e");
     });
@@ -152,8 +152,8 @@ TEST_F(SiteRemovalRace, ALinkOfTheUserOnTheWayIsRefusedAndOneOfRootFollowed)
 
 TEST_F(SiteRemovalRace, TheWayBackDoesNotFollowADirectoryThatWasMoved)
 {
-    // "d" was opened, and now "e" in it; the next is "e" below what ".." leads to.
-    faults::runBefore("openat", 3, [] { move("/srv/web/d/e", "/srv/victim/moved"); });
+    // "d/e" was gone back from; now it is sought anew.
+    faults::runBefore("openat2", 2, [] { move("/srv/web/d/e", "/srv/victim/moved"); });
     EXPECT_EQ(messagesOf("httpdocs/d/e/../e/x"), "");
     EXPECT_TRUE(exists("/srv/victim/moved/x"));
     move("/srv/victim/moved", "/srv/web/d/e");
