@@ -195,6 +195,34 @@ TEST_F(MakeDirectoryPathTrust, GoesBackToWhereItCameFrom)
     expectTargetUntouched();
 }
 
+TEST_F(MakeDirectoryPathTrust, GoesBackToTheParentOfWhatALinkLeadsTo)
+{
+    makeLink("/srv/to-in", "target/in");
+    EXPECT_EQ(makePath("/srv/to-in/../new"), 0);
+    EXPECT_EQ(accessOf("/srv/target/new"), "0750 site:kvoserv");
+    EXPECT_FALSE(exists("/srv/new"));
+}
+
+TEST_F(MakeDirectoryPathTrust, TakesTheRoadToTheRootOfTheVirtualHostsAsItIs)
+{
+    ASSERT_EQ(rmdir("/srv/www/vhosts"), 0);
+    makeLink("/srv/www/vhosts", "/srv/target");
+    ASSERT_EQ(lchown("/srv/www/vhosts", other, users), 0);
+    EXPECT_EQ(makePath("/srv/www/vhosts/a//b"), 0);
+    EXPECT_EQ(treeOf("/srv/target/a"), "dir  0750 site:kvoserv .\ndir  0750 site:kvoserv b\n");
+    EXPECT_EQ(makePath("/srv/www/vhosts"), 0);
+    EXPECT_EQ(accessOf("/srv/target"), "0711 other:users");
+}
+
+TEST_F(MakeDirectoryPathTrust, MakesTheRootOfTheVirtualHostsToo)
+{
+    ASSERT_EQ(rmdir("/srv/www/vhosts") | rmdir("/srv/www"), 0);
+    EXPECT_EQ(makePath("/srv/www/vhosts/a"), 0);
+    EXPECT_EQ(treeOf("/srv/www"), "dir  0750 site:kvoserv .\n"
+                                  "dir  0750 site:kvoserv vhosts\n"
+                                  "dir  0750 site:kvoserv vhosts/a\n");
+}
+
 TEST_F(MakeDirectoryPathTrust, FinishesLevelsThatAnEarlierRunLeftUnfinished)
 {
     makeDir("/srv/a", {01000});
@@ -321,6 +349,31 @@ TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnEitherWay)
     expectTargetUntouched();
 }
 
+TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnTheWayAlsoToNothing)
+{
+    for (const std::string path : {"/srv/theirs/none", "/srv/theirs/none/none"}) {
+        int result = 0;
+        EXPECT_EQ(reportsOf([&] { result = renameDirectory(path.c_str(), "/srv/new"); }),
+            tooManyLinks("Remaming " + path + " to /srv/new failed"));
+        EXPECT_EQ(result, -1);
+    }
+    EXPECT_EQ(
+        reportsOf([] { EXPECT_EQ(renameDirectory("/srv/none", "/srv/theirs/new"), -1); }),
+        tooManyLinks("Remaming /srv/none to /srv/theirs/new failed"));
+    expectTargetUntouched();
+}
+
+TEST_F(RenameDirectoryTrust, HasNothingToDoWhereTheOldIsMissingBehindALinkOfRoot)
+{
+    EXPECT_EQ(reportsOf([] {
+        EXPECT_EQ(renameDirectory("/srv/root's/none", "/srv/new"), 0);
+        EXPECT_EQ(renameDirectory("/srv/root's/none/none", "/srv/root's/new"), 0);
+    }),
+        "");
+    EXPECT_FALSE(exists("/srv/new"));
+    expectTargetUntouched();
+}
+
 TEST_F(RenameDirectoryTrust, RenamesALinkItselfAndNotWhatItLeadsTo)
 {
     EXPECT_EQ(renameDirectory("/srv/theirs", "/srv/new"), 0);
@@ -331,11 +384,12 @@ TEST_F(RenameDirectoryTrust, RenamesALinkItselfAndNotWhatItLeadsTo)
 TEST_F(RenameDirectoryTrust, RenamesInTheDirectoriesItFoundFirst)
 {
     makeDirs("/srv/road/old");
-    // Root's link is followed name by name; the last one of its target has just been opened.
+    // Both roads have been gone; now the old name is looked at.
     makeLink("/srv/way", "/srv/road");
-    faults::runBefore("openat", 7, [] { exchange("/srv/road", "/srv/moved"); });
+    faults::runBefore("fstatat", 1, [] { exchange("/srv/road", "/srv/moved"); });
     EXPECT_EQ(renameDirectory("/srv/way/old", "/srv/new"), 0);
     EXPECT_TRUE(exists("/srv/new"));
+    EXPECT_TRUE(exists("/srv/moved"));
     EXPECT_FALSE(exists("/srv/moved/old"));
     expectTargetUntouched();
 }

@@ -318,6 +318,40 @@ TEST_F(NewFile, AHiddenNameIsLinkedWhereItCannotBeRenamedWithoutReplacing)
     }
 }
 
+TEST_F(NewFile, UnderItsHiddenNameAFileNeverRunsWithTheRightsOfSomebodyElse)
+{
+    static std::string hidden;
+    static int looks;
+    static mode_t seen;
+    const auto look = [] {
+        struct stat status = {};
+        if (lstat(hidden.c_str(), &status) == 0) {
+            ++looks;
+            const bool runsAsGroup = (status.st_mode & S_IXGRP) != 0;
+            seen |= status.st_mode & (S_ISUID | (runsAsGroup ? S_ISGID : 0U));
+        }
+    };
+    hidden = "/srv/d/" + hiddenNameOf("f");
+    const std::pair<mode_t, const char*> table[] = {
+        {04755, "0755"}, {02755, "0755"}, {06755, "0755"}, {02644, "2644"}};
+    for (const Way way : {Way::renamed, Way::linkedAndUnlinked}) {
+        for (const auto& [mode, shown] : table) {
+            faults::clear();
+            force(way);
+            looks = 0;
+            for (const char* call :
+                {"write", "fchmod", "fchown", "close", "renameat2", "linkat", "unlinkat"}) {
+                faults::runBefore(call, 1, look);
+            }
+            EXPECT_EQ(create("f", "x", mode), "");
+            EXPECT_EQ(seen, 0U) << std::oct << mode;
+            EXPECT_GE(looks, 5) << nameOf(way);
+            EXPECT_EQ(tree(), withFile(shown + std::string(" root:kvocln f \"x\"")));
+            EXPECT_EQ(unlink("/srv/d/f"), 0);
+        }
+    }
+}
+
 TEST_F(NewFile, AHiddenNameBelongsToTheFinalOne)
 {
     EXPECT_EQ(hiddenNameOf("f"), hiddenNameOf("f"));

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "fsutil/PinnedPath.h"
+#include "tests/lib/Faults.h"
 #include "tests/lib/World.h"
 
 namespace
@@ -36,12 +37,29 @@ protected:
         return file && fstat(file.get(), &status) == 0 ? nameOf(status) : strerrorname_np(errno);
     }
 
+    /// The same for openTrusted().
+    static std::string openedTrusted(const std::string& path, int flags)
+    {
+        struct stat status = {};
+        const Descriptor file = PinnedPath(path.c_str()).openTrusted(flags);
+        return file && fstat(file.get(), &status) == 0 ? nameOf(status) : strerrorname_np(errno);
+    }
+
+    static ino_t inodeOf(const std::string& path)
+    {
+        struct stat status = {};
+        (void)lstat(path.c_str(), &status);
+        return status.st_ino;
+    }
+
     /// A path of this many characters that leads to "/srv/file".
     static std::string longPath(size_t length)
     {
         const std::string path = "/srv/file";
         return std::string(length - path.size(), '/') + path;
     }
+
+    faults::Guard guard_;
 
 private:
     static std::string nameOf(const struct stat& status)
@@ -121,4 +139,81 @@ TEST_F(PinnedPathTest, StaysInItsDirectoryWhenThatIsMovedAway)
     struct stat status = {};
     EXPECT_EQ(path.look(status), 0);
     EXPECT_TRUE(path.open(O_RDONLY | O_CLOEXEC));
+}
+
+TEST_F(PinnedPathTest, HoldsTheDirectoryThatItLeadsBackTo)
+{
+    for (const char* path : {"/srv/a/b/..", "/srv/a/b/../", "/srv/link/..", "/srv/a/./b//..//"}) {
+        EXPECT_EQ(looked(path), "/srv/a") << path;
+        EXPECT_EQ(opened(path), "/srv/a") << path;
+        EXPECT_EQ(openedTrusted(path, O_PATH), "/srv/a") << path;
+    }
+    EXPECT_EQ(looked("/srv/file/.."), "ENOTDIR");
+    EXPECT_EQ(opened("/srv/none/.."), "ENOENT");
+}
+
+TEST_F(PinnedPathTest, LeadsBackToWhereItCameFromAlsoWhenThatIsElsewhereByNow)
+{
+    makeDir("/srv/elsewhere");
+    const ino_t parent = inodeOf("/srv/a");
+    for (const char* path : {"/srv/a/b/..", "/srv/a/b/../"}) {
+        const PinnedPath pinned(path);
+        ASSERT_EQ(rename("/srv/a/b", "/srv/elsewhere/b"), 0);
+        struct stat status = {};
+        EXPECT_EQ(pinned.look(status), 0);
+        EXPECT_EQ(status.st_ino, parent) << path;
+        EXPECT_EQ(fstat(pinned.open(O_RDONLY).get(), &status), 0);
+        EXPECT_EQ(status.st_ino, parent) << path;
+        EXPECT_EQ(fstat(pinned.openTrusted(O_PATH).get(), &status), 0);
+        EXPECT_EQ(status.st_ino, parent) << path;
+        ASSERT_EQ(rename("/srv/elsewhere/b", "/srv/a/b"), 0);
+    }
+}
+
+TEST_F(PinnedPathTest, OpensWhatALinkOfRootLeadsTo)
+{
+    for (const int flags : {O_PATH, O_RDONLY, O_PATH | O_DIRECTORY, O_RDONLY | O_DIRECTORY}) {
+        EXPECT_EQ(openedTrusted("/srv/link", flags), "/srv/a/b") << flags;
+        EXPECT_EQ(openedTrusted("/srv/link/", flags), "/srv/a/b") << flags;
+        EXPECT_EQ(openedTrusted("/srv/a", flags), "/srv/a") << flags;
+    }
+    ASSERT_EQ(lchown("/srv/link", site, users), 0);
+    for (const int flags : {O_PATH, O_RDONLY, O_PATH | O_DIRECTORY, O_RDONLY | O_DIRECTORY}) {
+        EXPECT_EQ(openedTrusted("/srv/link", flags), "ELOOP") << flags;
+        EXPECT_EQ(openedTrusted("/srv/link/", flags), "ELOOP") << flags;
+    }
+}
+
+TEST_F(PinnedPathTest, NeverHoldsALinkOfSomebodyElseThatTakesTheName)
+{
+    const auto exchange = [] {
+        ASSERT_EQ(rename("/srv/a/b", "/srv/moved"), 0);
+        makeLink("/srv/a/b", "/srv/file");
+        ASSERT_EQ(lchown("/srv/a/b", 1001, 100), 0);
+    };
+    for (const int flags : {O_PATH, O_PATH | O_DIRECTORY, O_RDONLY}) {
+        const PinnedPath path("/srv/a/b");
+        faults::runBefore("openat", 1, exchange);
+        EXPECT_FALSE(path.openTrusted(flags)) << flags;
+        EXPECT_EQ(errno, ELOOP) << flags;
+        EXPECT_TRUE(exists("/srv/moved"));
+        ASSERT_EQ(unlink("/srv/a/b") | rename("/srv/moved", "/srv/a/b"), 0);
+    }
+}
+
+TEST_F(PinnedPathTest, NeverHoldsALinkOfSomebodyElseThatTakesTheNameOfOneOfRoot)
+{
+    makeLink("/srv/a/link", "b");
+    // The link is tried, and its name looked up anew: at any of these moments.
+    for (int nth = 1; nth <= 5; ++nth) {
+        const PinnedPath path("/srv/a/link");
+        faults::runBefore("openat", nth, [] {
+            ASSERT_EQ(rename("/srv/a/link", "/srv/moved"), 0);
+            makeLink("/srv/a/link", "/srv/file");
+            ASSERT_EQ(lchown("/srv/a/link", 1001, 100), 0);
+        });
+        EXPECT_FALSE(path.openTrusted(O_PATH)) << nth;
+        EXPECT_EQ(errno, ELOOP) << nth;
+        ASSERT_EQ(rename("/srv/moved", "/srv/a/link"), 0) << nth;
+    }
 }

@@ -427,6 +427,30 @@ TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)
     EXPECT_GE(most, before + mostOpen);
 }
 
+TEST_F(TreeWalkLimits, LeaveRoomForWhatTheProcessHoldsAlready)
+{
+    const std::pair<rlim_t, size_t> table[] = {{64, 40}, {20, 6}, {20, 12}};
+    for (const auto& [limit, alreadyOpen] : table) {
+        setDescriptors(limit);
+        makeDeepTree("/srv/deep", 300, 2, 2);
+        const auto walk = [already = alreadyOpen](const std::function<void()>& body) {
+            return inNarrowChild([already, &body] {
+                while (openDescriptors() < already) {
+                    ASSERT_GE(open("/", O_PATH | O_CLOEXEC), 0);
+                }
+                body();
+            });
+        };
+        expectQuiet(walk([] { changeOwnerOfTree("/srv/deep", site, kvocln, 1); }));
+        expectQuiet(walk([] { changeModeOfTree("/srv/deep", 0640, 0710, 1); }));
+        EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), 301) << limit << ' ' << alreadyOpen;
+        expectQuiet(walk([] { changeOwnerOfTree("/srv/deep", 0, 0, 1); }));
+        EXPECT_EQ(levelsWith("/srv/deep", 0, 0640, 0710), 301) << limit << ' ' << alreadyOpen;
+        expectQuiet(walk([] { removeTree("/srv/deep", 1); }));
+        EXPECT_FALSE(exists("/srv/deep")) << limit << ' ' << alreadyOpen;
+    }
+}
+
 TEST_F(TreeWalkLimits, HoldNoBufferForEveryLevelThatIsOpen)
 {
     // 400 buffers would be 12800 KiB.

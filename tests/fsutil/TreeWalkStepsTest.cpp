@@ -322,3 +322,35 @@ TEST_P(TreeWalkSteps, PrintANameWithPercentSignsAsItIs)
     expectFatal([] { faults::fail(GetParam().opening, EIO, 2); }, "Unable to open dir %s%n", EIO,
         "/srv/percent");
 }
+
+TEST_P(TreeWalkSteps, ActOnTheDirectoryThatThePathLedBackToWhateverBecomesOfTheWay)
+{
+    makeDir("/srv/elsewhere");
+    makeFile("/srv/elsewhere/file", "x");
+    const struct {
+        const char* call;
+        int nth;
+    } moments[] = {
+        {"openat", 4},  // the way has been gone, there and back; now its end is opened
+        {"fstatat", 1}, // looked at
+        {"open", 2},    // before that the root was opened
+        {"openat", 5},  // opened for the walk
+    };
+    for (const auto& moment : moments) {
+        makeFile("/srv/t/file", "x");
+        const Outcome end = inChild([&moment] {
+            faults::runBefore(moment.call, moment.nth,
+                [] { ASSERT_EQ(rename("/srv/t/a", "/srv/elsewhere/a"), 0); });
+            GetParam().on("/srv/t/a/..");
+        });
+        EXPECT_EQ(end.out + end.err, "") << moment.call << moment.nth;
+        EXPECT_EQ(accessIfThere("/srv/t/file"), GetParam().file) << moment.call << moment.nth;
+        EXPECT_EQ(treeOf("/srv/elsewhere"), "dir  0755 root:root .\n"
+                                            "dir  0755 root:root a\n"
+                                            "file 0644 root:root a/file \"x\"\n"
+                                            "file 0644 root:root file \"x\"\n")
+            << moment.call << moment.nth;
+        (void)unlink("/srv/t/file");
+        ASSERT_EQ(rename("/srv/elsewhere/a", "/srv/t/a"), 0);
+    }
+}

@@ -1,5 +1,6 @@
 #include <cerrno>
 #include <fcntl.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,7 +14,14 @@ namespace
 class TrustedWayTest : public World
 {
 protected:
-    TrustedWayTest() { makeDirs("/srv/a/b"); }
+    /// So many directories a way holds if its path does not ask for more.
+    static constexpr size_t mostHeld = 33;
+
+    TrustedWayTest()
+    {
+        makeDirs("/srv/a/b");
+        EXPECT_EQ(chdir("/srv"), 0);
+    }
 
     static Descriptor held(const std::string& path)
     {
@@ -34,10 +42,36 @@ protected:
         return status.st_ino;
     }
 
+    /// "/srv/d/d/..." with so many levels, made for it.
+    static std::string deepPath(int levels)
+    {
+        std::string path = "/srv";
+        for (int level = 0; level < levels; ++level) {
+            path += "/d";
+            makeDirs(path);
+        }
+        return path;
+    }
+
+    /// "../../.." with so many names.
+    static std::string stepsBack(size_t steps)
+    {
+        std::string path = "..";
+        while (--steps > 0) {
+            path += "/..";
+        }
+        return path;
+    }
+
+    static void go(TrustedWay& way, const std::string& name, int times)
+    {
+        for (int time = 0; time < times; ++time) {
+            EXPECT_TRUE(way.take(name)) << name << ' ' << time;
+        }
+    }
+
     faults::Guard guard_;
 };
-
-using Above = TrustedWay::Above;
 
 } // namespace
 
@@ -48,123 +82,212 @@ TEST_F(TrustedWayTest, TakesOneCallForAPathWithoutLinks)
     EXPECT_EQ(faults::calls("open") + faults::calls("openat"), 0);
 }
 
+TEST_F(TrustedWayTest, BeginsWhereItsPathBegins)
+{
+    const struct {
+        const char* path;
+        const char* beginning;
+        const char* rest;
+    } table[] = {{"/srv/a", "/", "/srv/a"}, {"/", "/", "/"}, {"a/b", "/srv", "a/b"},
+        {"../x", "/srv", "../x"}, {"", "/srv", ""}, {"/srv/www/vhosts/x", "/srv/www/vhosts", "/x"},
+        {"/srv/www/vhosts", "/srv/www/vhosts", ""}, {"/srv/www/vhosts2", "/", "/srv/www/vhosts2"}};
+    for (const auto& row : table) {
+        const TrustedWay way(row.path);
+        ASSERT_TRUE(way.isOpen()) << row.path;
+        EXPECT_EQ(inodeOf(way.here()), inodeOf(row.beginning)) << row.path;
+        EXPECT_EQ(way.rest(), row.rest) << row.path;
+    }
+}
+
+TEST_F(TrustedWayTest, TellsWhyItCouldNotBegin)
+{
+    faults::fail("open", EMFILE);
+    const TrustedWay way("/srv/a");
+    EXPECT_EQ(errno, EMFILE);
+    EXPECT_FALSE(way.isOpen());
+}
+
 TEST_F(TrustedWayTest, GoesFromOneDirectoryToTheNext)
 {
-    TrustedWay way(held("/srv"), Above::refused, 5);
-    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv"));
-    way.take("a");
-    way.take(".");
+    TrustedWay way("a/b");
+    EXPECT_TRUE(way.take("a"));
+    EXPECT_TRUE(way.take("."));
     EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/a"));
     way.enter(held("/srv/www"));
-    way.take("vhosts");
+    EXPECT_TRUE(way.take("vhosts"));
     EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/www/vhosts"));
-    way.take("..");
-    way.take("..");
+    go(way, "..", 2);
     EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/a")) << "where it was entered from";
-    EXPECT_EQ(inodeOf(way.end().get()), inodeOf("/srv/a"));
-    EXPECT_FALSE(way.isOpen());
 }
 
-TEST_F(TrustedWayTest, OpensANameWithoutGoingThere)
+TEST_F(TrustedWayTest, GoesBackToTheParentOfWhatALinkLeadsTo)
 {
-    TrustedWay way(held("/srv"), Above::refused, 0);
-    EXPECT_EQ(inodeOf(way.openHere("a", heldDirectory).get()), inodeOf("/srv/a"));
-    EXPECT_FALSE(way.openHere("none", heldDirectory));
-    EXPECT_EQ(errno, ENOENT);
-    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv"));
-}
-
-TEST_F(TrustedWayTest, StaysBelowItsBeginningWhereThatIsAskedFor)
-{
-    TrustedWay way(held("/srv/a"), Above::refused, 5);
-    way.take("b");
-    way.take("..");
-    EXPECT_TRUE(way.isOpen());
-    way.take("..");
-    EXPECT_FALSE(way.isOpen());
-    EXPECT_EQ(errno, EPERM);
-    EXPECT_EQ(way.here(), -1);
-}
-
-TEST_F(TrustedWayTest, GoesAboveItsBeginningWhereThatIsAllowed)
-{
-    TrustedWay way(held("/srv/a/b"), Above::asked, 5);
-    way.take("..");
+    makeLink("/srv/absolute", "/srv/www/vhosts");
+    makeLink("/srv/relative", "a/b");
+    TrustedWay way("x");
+    EXPECT_TRUE(way.take("absolute"));
+    EXPECT_TRUE(way.take(".."));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/www"));
+    EXPECT_TRUE(way.take(".."));
+    EXPECT_TRUE(way.take("relative"));
+    EXPECT_TRUE(way.take(".."));
     EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/a"));
-    way.take("..");
-    way.take("www");
+}
+
+TEST_F(TrustedWayTest, GoesBackToWhatItHoldsWhereverThatIsByNow)
+{
+    TrustedWay way("a/b");
+    EXPECT_TRUE(way.take("a"));
+    EXPECT_TRUE(way.take("b"));
+    const ino_t parent = inodeOf("/srv/a");
+    ASSERT_EQ(rename("/srv/a/b", "/srv/www/b"), 0);
+    EXPECT_TRUE(way.take(".."));
+    EXPECT_EQ(inodeOf(way.here()), parent);
+}
+
+TEST_F(TrustedWayTest, AsksTheSystemForWhatLiesAboveItsBeginning)
+{
+    ASSERT_EQ(chdir("/srv/a/b"), 0);
+    TrustedWay way("x");
+    EXPECT_TRUE(way.take(".."));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/a"));
+    EXPECT_TRUE(way.take(".."));
+    EXPECT_TRUE(way.take("www"));
     EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/www"));
 }
 
-TEST_F(TrustedWayTest, IsAtItsEndWithoutABeginning)
+TEST_F(TrustedWayTest, StaysAtTheRootWhenItGoesBackThere)
 {
-    const TrustedWay way(Descriptor(), Above::asked, 0);
-    EXPECT_FALSE(way.isOpen());
-    EXPECT_EQ(way.here(), -1);
+    TrustedWay way("/");
+    go(way, "..", 3);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/"));
+    EXPECT_TRUE(way.take("srv"));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv"));
+    go(way, "..", 2);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/"));
 }
 
-TEST_F(TrustedWayTest, TellsWhyItCouldNotGoOn)
+TEST_F(TrustedWayTest, StaysWhereItWasWhenANameCannotBeTaken)
 {
-    makeFile("/srv/file", "x");
-    makeLink("/srv/theirs", "a");
-    ASSERT_EQ(lchown("/srv/theirs", site, users), 0);
+    makeFile("/srv/a/file", "x");
+    makeLink("/srv/a/theirs", "b");
+    ASSERT_EQ(lchown("/srv/a/theirs", site, users), 0);
+    makeLink("/srv/a/half", "b/../../www/none");
+    makeLink("/srv/a/half-absolute", "/srv/www/none/x");
+    makeLink("/srv/a/to-theirs", "../www/../a/theirs");
+    makeLink("/srv/a/above", "../../../../none");
     const struct {
         const char* name;
         int error;
-    } table[] = {{"none", ENOENT}, {"file", ENOTDIR}, {"theirs", ELOOP}};
-    for (const size_t stepsBack : {5U, 0U}) {
-        for (const auto& row : table) {
-            TrustedWay way(held("/srv"), Above::asked, stepsBack);
-            errno = 0;
-            way.take(row.name);
-            EXPECT_EQ(errno, row.error) << row.name;
-            EXPECT_FALSE(way.isOpen()) << row.name;
-        }
+    } table[] = {{"none", ENOENT}, {"file", ENOTDIR}, {"theirs", ELOOP}, {"half", ENOENT},
+        {"half-absolute", ENOENT}, {"to-theirs", ELOOP}, {"above", ENOENT}};
+    for (const auto& row : table) {
+        const size_t before = openDescriptors();
+        TrustedWay way("x");
+        EXPECT_TRUE(way.take("a"));
+        errno = 0;
+        EXPECT_FALSE(way.take(row.name)) << row.name;
+        EXPECT_EQ(errno, row.error) << row.name;
+        EXPECT_TRUE(way.isOpen()) << row.name;
+        EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/a")) << row.name;
+        EXPECT_EQ(openDescriptors(), before + 2) << row.name;
+        EXPECT_TRUE(way.take("b")) << row.name;
+        go(way, "..", 2);
+        EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv")) << row.name;
     }
+}
+
+TEST_F(TrustedWayTest, LeavesTheErrorNumberAloneWhereItGoesOn)
+{
+    makeLink("/srv/link", "a");
+    TrustedWay way("x");
+    for (const char* name : {"a", "..", ".", "link"}) {
+        errno = EDOM;
+        EXPECT_TRUE(way.take(name));
+        EXPECT_EQ(errno, EDOM) << name;
+    }
+}
+
+TEST_F(TrustedWayTest, OpensTheLastOfSeveralNames)
+{
+    makeFile("/srv/a/file", "x");
+    makeLink("/srv/link", "a/b");
+    const struct {
+        const char* names;
+        const char* reached;
+    } table[] = {{"a", "/srv/a"}, {"a/b", "/srv/a/b"}, {"/a//file", "/srv/a/file"},
+        {"link/../file", "/srv/a/file"}, {"a/b/", "/srv/a/b"}, {"a/b/..", "/srv/a"}, {"", "/srv"}};
+    for (const auto& row : table) {
+        TrustedWay way("x");
+        const Descriptor file = way.open(row.names, O_RDONLY);
+        ASSERT_TRUE(file) << row.names;
+        EXPECT_EQ(inodeOf(file.get()), inodeOf(row.reached)) << row.names;
+    }
+    TrustedWay way("x");
+    EXPECT_FALSE(way.open("a/none", O_RDONLY));
+    EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(TrustedWayTest, CountsItsLinksFromBeginningToEnd)
 {
     makeLink("/srv/self", ".");
-    TrustedWay way(held("/srv"), Above::asked, 0);
-    for (int link = 1; link <= 40; ++link) {
-        way.take("self");
-    }
-    EXPECT_TRUE(way.isOpen());
-    EXPECT_TRUE(way.openHere("a", heldDirectory));
-    EXPECT_FALSE(way.openHere("self", heldDirectory));
+    TrustedWay way("x");
+    go(way, "self", 40);
+    EXPECT_FALSE(way.take("self"));
+    EXPECT_EQ(errno, ELOOP);
+    EXPECT_TRUE(way.take("a"));
+    EXPECT_FALSE(way.open("../self", heldDirectory));
     EXPECT_EQ(errno, ELOOP);
 }
 
-TEST_F(TrustedWayTest, HoldsOfWhatLiesBehindItAsMuchAsItMayGoBack)
+TEST_F(TrustedWayTest, HoldsNoMoreDirectoriesThanItPromisesHoweverFarItGoes)
 {
+    const std::string deep = deepPath(50);
     const size_t before = openDescriptors();
-    for (const size_t stepsBack : {0U, 3U}) {
-        std::string deep = "/srv";
-        TrustedWay way(held(deep), Above::asked, stepsBack);
-        for (int level = 0; level < 50; ++level) {
-            deep += "/d";
-            makeDirs(deep);
-            way.take("d");
-        }
+    {
+        TrustedWay way(deep);
+        go(way, "srv", 1);
+        go(way, "d", 50);
         EXPECT_EQ(inodeOf(way.here()), inodeOf(deep));
-        EXPECT_EQ(openDescriptors(), before + stepsBack + 1);
-        for (size_t step = 0; step < stepsBack; ++step) {
-            deep.resize(deep.size() - 2);
-            way.take("..");
-        }
-        EXPECT_EQ(inodeOf(way.here()), inodeOf(deep));
+        EXPECT_EQ(openDescriptors(), before + mostHeld);
     }
     EXPECT_EQ(openDescriptors(), before);
 }
 
-TEST_F(TrustedWayTest, KnowsHowOftenAPathGoesBack)
+TEST_F(TrustedWayTest, HoldsAsManyDirectoriesAsItsPathGoesBack)
 {
-    for (const char* path : {"..", "../a", "a/..", "a/../b", "/..", "//..//", "./.."}) {
-        EXPECT_EQ(TrustedWay::stepsBack(path), 1U) << path;
-    }
-    EXPECT_EQ(TrustedWay::stepsBack("../a/../.."), 3U);
-    for (const char* path : {"", "/", ".", "a", "a..", "..a", "/...", "a/..b/c", "a../b"}) {
-        EXPECT_EQ(TrustedWay::stepsBack(path), 0U) << path;
-    }
+    const std::string path = deepPath(50) + '/' + stepsBack(40);
+    const size_t before = openDescriptors();
+    TrustedWay way(path);
+    go(way, "srv", 1);
+    go(way, "d", 50);
+    EXPECT_EQ(openDescriptors(), before + 41);
+    go(way, "..", 40);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf(path));
+}
+
+TEST_F(TrustedWayTest, DoesNotAskTheSystemWhereALinkGoesBackFurtherThanWhatItHolds)
+{
+    const std::string deep = deepPath(40);
+    makeLink(deep + "/as far as possible", stepsBack(mostHeld - 1));
+    makeLink(deep + "/too far", stepsBack(mostHeld));
+    TrustedWay way(deep);
+    go(way, "srv", 1);
+    go(way, "d", 40);
+    EXPECT_FALSE(way.take("too far"));
+    EXPECT_EQ(errno, EMFILE);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf(deep));
+    EXPECT_TRUE(way.take("as far as possible"));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/d/d/d/d/d/d/d/d"));
+}
+
+TEST_F(TrustedWayTest, ForgetsAtTheRootWhatItCouldNotHoldBefore)
+{
+    const std::string deep = deepPath(40);
+    makeLink(deep + "/root", "/srv/" + stepsBack(mostHeld));
+    TrustedWay way(deep);
+    go(way, "srv", 1);
+    go(way, "d", 40);
+    EXPECT_TRUE(way.take("root"));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/"));
 }
