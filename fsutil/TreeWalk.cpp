@@ -108,7 +108,7 @@ void TreeWalk::visit(const dirent64& entry)
     }
     if (S_ISDIR(type)) {
         visitDirectory(entry, look);
-    } else if (action_.actOnEntry(open_.back().directory.get(), name, type) != 0) {
+    } else if (act(name, type) != 0) {
         failEntry(action_.words().entry, name, look);
     }
 }
@@ -130,18 +130,37 @@ void TreeWalk::visitDirectory(const dirent64& entry, bool looked)
         action_.empties() ? DirectoryReader::End::likely : DirectoryReader::End::certain);
 }
 
-/// Opens an entry of the directory that the walk is in. Should the process hold more descriptors of
-/// its own than the walk has reckoned with, the walk makes do with fewer.
+/// Opens an entry of the directory that the walk is in.
 Descriptor TreeWalk::open(const char* name)
 {
     const int parent = open_.back().directory.get();
     Descriptor directory = action_.openDirectory(parent, name);
-    while (!directory && errno == EMFILE && open_.size() > 1) {
-        parkShallowest();
-        mostOpen_ = open_.size();
+    while (!directory && makeRoom()) {
         directory = action_.openDirectory(parent, name);
     }
     return directory;
+}
+
+int TreeWalk::act(const char* name, mode_t type)
+{
+    const int directory = open_.back().directory.get();
+    int result = action_.actOnEntry(directory, name, type);
+    while (result != 0 && makeRoom()) {
+        result = action_.actOnEntry(directory, name, type);
+    }
+    return result;
+}
+
+/// After a failed call: whether it may succeed now. Should the process hold more descriptors of its
+/// own than the walk has reckoned with, the walk makes do with fewer.
+bool TreeWalk::makeRoom()
+{
+    if (errno != EMFILE || open_.size() == 1) {
+        return false;
+    }
+    parkShallowest();
+    mostOpen_ = open_.size();
+    return true;
 }
 
 void TreeWalk::leave()

@@ -95,6 +95,8 @@ private:
 
     void enter(Descriptor directory, std::string name, DirectoryReader::End end);
     Descriptor open(const char* name);
+    int act(const char* name, mode_t type);
+    bool makeRoom();
     void visit(const dirent64& entry);
     void visitDirectory(const dirent64& entry, bool looked);
     void leave();

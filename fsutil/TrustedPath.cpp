@@ -176,13 +176,16 @@ TrustedPlace::~TrustedPlace()
 TrustedWay::TrustedWay(std::string_view path)
     : rest_(path), mostHeld_(std::max(leastHeld, stepsBack(path)) + 1), linksLeft_(mostLinks)
 {
-    const std::string_view beginning = trustedBeginning(path);
-    const char* edge = path.starts_with('/') ? "/" : ".";
-    Descriptor start(
-        ::open(beginning.empty() ? edge : std::string(beginning).c_str(), heldDirectory));
+    const std::string beginning(trustedBeginning(path));
+    Descriptor start(beginning.empty() ? -1 : ::open(beginning.c_str(), heldDirectory));
+    if (start) {
+        rest_.remove_prefix(beginning.size());
+    } else {
+        // Also where such a place is missing: it may be what is to be made.
+        start.reset(::open(path.starts_with('/') ? "/" : ".", heldDirectory));
+    }
     if (start) {
         push(way_, std::move(start));
-        rest_.remove_prefix(beginning.size());
     }
 }
 
@@ -258,10 +261,11 @@ bool TrustedWay::expand(const std::string& name, std::string& names, Directories
     if (target.empty()) {
         return false;
     }
-    if (linksLeft_-- == 0) {
+    if (linksLeft_ == 0) {
         errno = ELOOP;
         return false;
     }
+    --linksLeft_;
     if (target.front() == '/') {
         Descriptor root(::open("/", heldDirectory));
         if (!root) {

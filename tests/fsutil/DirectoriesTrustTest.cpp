@@ -54,6 +54,13 @@ std::string tooManyLinks(const std::string& beginning)
            "\nSystem error 40: Too many levels of symbolic links\n";
 }
 
+std::string failed(const std::string& beginning, int error)
+{
+    const std::string text = strerror(error);
+    return "twigctl: " + beginning + ": " + text + "\n\nSystem error " + std::to_string(error) +
+           ": " + text + '\n';
+}
+
 int makePath(const std::string& path, mode_t mode = 0750)
 {
     return makeDirectoryPathCopy(path.c_str(), 1001, 2001, mode);
@@ -217,7 +224,8 @@ TEST_F(MakeDirectoryPathTrust, TakesTheRoadToTheRootOfTheVirtualHostsAsItIs)
 TEST_F(MakeDirectoryPathTrust, MakesTheRootOfTheVirtualHostsToo)
 {
     ASSERT_EQ(rmdir("/srv/www/vhosts") | rmdir("/srv/www"), 0);
-    EXPECT_EQ(makePath("/srv/www/vhosts/a"), 0);
+    const Outcome end = inChild([] { EXPECT_EQ(makePath("/srv/www/vhosts/a"), 0); });
+    EXPECT_EQ(end.err, "");
     EXPECT_EQ(treeOf("/srv/www"), "dir  0750 site:kvoserv .\n"
                                   "dir  0750 site:kvoserv vhosts\n"
                                   "dir  0750 site:kvoserv vhosts/a\n");
@@ -357,10 +365,27 @@ TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnTheWayAlsoToNothing)
             tooManyLinks("Remaming " + path + " to /srv/new failed"));
         EXPECT_EQ(result, -1);
     }
-    EXPECT_EQ(
-        reportsOf([] { EXPECT_EQ(renameDirectory("/srv/none", "/srv/theirs/new"), -1); }),
+    EXPECT_EQ(reportsOf([] { EXPECT_EQ(renameDirectory("/srv/none", "/srv/theirs/new"), -1); }),
         tooManyLinks("Remaming /srv/none to /srv/theirs/new failed"));
     expectTargetUntouched();
+}
+
+TEST_F(RenameDirectoryTrust, DoesNotTakeARoadThatCannotBeTakenForOneToNothing)
+{
+    makeDir("/srv/old");
+    for (const int nth : {1, 2}) { // the way to the old, the way to the new
+        for (const int error : {EMFILE, ENOMEM, EIO}) {
+            int result = 0;
+            EXPECT_EQ(reportsOf([&] {
+                faults::fail("openat2", error, nth);
+                result = renameDirectory("/srv/old", "/srv/new");
+            }),
+                failed("Remaming /srv/old to /srv/new failed", error))
+                << nth;
+            EXPECT_EQ(result, -1);
+            EXPECT_TRUE(exists("/srv/old"));
+        }
+    }
 }
 
 TEST_F(RenameDirectoryTrust, HasNothingToDoWhereTheOldIsMissingBehindALinkOfRoot)

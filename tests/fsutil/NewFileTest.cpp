@@ -40,6 +40,13 @@ void force(Way way)
     }
 }
 
+/// A file that is looked at before every call that is made for it.
+struct Watched {
+    std::string path;
+    int looks = 0;
+    mode_t rights = 0; ///< the set-id bits under which it could be run
+};
+
 class NewFile : public World
 {
 protected:
@@ -79,6 +86,23 @@ protected:
         return seenBefore.substr(begin, seenBefore.find(' ', begin) - begin);
     }
 
+    static void watchFromNextCall()
+    {
+        for (const char* call :
+            {"write", "fchmod", "fchown", "close", "renameat2", "linkat", "unlinkat"}) {
+            faults::runBefore(call, 1, [] {
+                struct stat status = {};
+                if (lstat(watched.path.c_str(), &status) == 0) {
+                    ++watched.looks;
+                    const bool runsAsGroup = (status.st_mode & S_IXGRP) != 0;
+                    watched.rights |= status.st_mode & (S_ISUID | (runsAsGroup ? S_ISGID : 0U));
+                }
+                watchFromNextCall();
+            });
+        }
+    }
+
+    inline static Watched watched;
     inline static std::string seenBefore; ///< what stood in the directory just before a renaming
 
     static constexpr const char* empty = "dir  0755 root:root .\n";
@@ -320,32 +344,18 @@ TEST_F(NewFile, AHiddenNameIsLinkedWhereItCannotBeRenamedWithoutReplacing)
 
 TEST_F(NewFile, UnderItsHiddenNameAFileNeverRunsWithTheRightsOfSomebodyElse)
 {
-    static std::string hidden;
-    static int looks;
-    static mode_t seen;
-    const auto look = [] {
-        struct stat status = {};
-        if (lstat(hidden.c_str(), &status) == 0) {
-            ++looks;
-            const bool runsAsGroup = (status.st_mode & S_IXGRP) != 0;
-            seen |= status.st_mode & (S_ISUID | (runsAsGroup ? S_ISGID : 0U));
-        }
-    };
-    hidden = "/srv/d/" + hiddenNameOf("f");
+    watched.path = "/srv/d/" + hiddenNameOf("f");
     const std::pair<mode_t, const char*> table[] = {
         {04755, "0755"}, {02755, "0755"}, {06755, "0755"}, {02644, "2644"}};
     for (const Way way : {Way::renamed, Way::linkedAndUnlinked}) {
         for (const auto& [mode, shown] : table) {
             faults::clear();
             force(way);
-            looks = 0;
-            for (const char* call :
-                {"write", "fchmod", "fchown", "close", "renameat2", "linkat", "unlinkat"}) {
-                faults::runBefore(call, 1, look);
-            }
+            watched.looks = 0;
+            watchFromNextCall();
             EXPECT_EQ(create("f", "x", mode), "");
-            EXPECT_EQ(seen, 0U) << std::oct << mode;
-            EXPECT_GE(looks, 5) << nameOf(way);
+            EXPECT_EQ(watched.rights, 0U) << std::oct << mode;
+            EXPECT_GE(watched.looks, 5) << nameOf(way);
             EXPECT_EQ(tree(), withFile(shown + std::string(" root:kvocln f \"x\"")));
             EXPECT_EQ(unlink("/srv/d/f"), 0);
         }

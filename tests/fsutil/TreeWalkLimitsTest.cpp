@@ -94,6 +94,36 @@ protected:
 INSTANTIATE_TEST_SUITE_P(Each, TreeWalkPlaces, ::testing::Values(64, 1024),
     [](const auto& descriptors) { return descriptors.param == 64 ? "Closed" : "Open"; });
 
+/// What the process may open, and how much of it is taken already.
+struct Room {
+    rlim_t descriptors;
+    size_t taken;
+};
+
+/// Walks that have less than half of the descriptors for themselves.
+class TreeWalkRoom : public TreeWalkLimits, public ::testing::WithParamInterface<Room>
+{
+protected:
+    /// Every walk is one of a child, so that the others and the test have all.
+    static Outcome inChild(const std::function<void()>& walk)
+    {
+        return ::inChild([&walk] {
+            (void)close_range(3, ~0U, 0); // what other tests have left open
+            const rlimit narrow{GetParam().descriptors, GetParam().descriptors};
+            ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &narrow), 0);
+            while (openDescriptors() < GetParam().taken) {
+                ASSERT_GE(open("/", O_PATH | O_CLOEXEC), 0);
+            }
+            walk();
+        });
+    }
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, TreeWalkRoom,
+    ::testing::Values(Room{64, 40}, Room{20, 6}, Room{20, 12}), [](const auto& room) {
+        return std::to_string(room.param.taken) + "Of" + std::to_string(room.param.descriptors);
+    });
+
 /// The most memory that a process has held, in KiB.
 long peakMemory()
 {
@@ -427,28 +457,22 @@ TEST_F(TreeWalkLimits, HoldNoMoreDirectoriesOpenThanTheyPromise)
     EXPECT_GE(most, before + mostOpen);
 }
 
-TEST_F(TreeWalkLimits, LeaveRoomForWhatTheProcessHoldsAlready)
+TEST_P(TreeWalkRoom, SufficesForAWalkHoweverMuchTheProcessHoldsAlready)
 {
-    const std::pair<rlim_t, size_t> table[] = {{64, 40}, {20, 6}, {20, 12}};
-    for (const auto& [limit, alreadyOpen] : table) {
-        setDescriptors(limit);
-        makeDeepTree("/srv/deep", 300, 2, 2);
-        const auto walk = [already = alreadyOpen](const std::function<void()>& body) {
-            return inNarrowChild([already, &body] {
-                while (openDescriptors() < already) {
-                    ASSERT_GE(open("/", O_PATH | O_CLOEXEC), 0);
-                }
-                body();
-            });
-        };
-        expectQuiet(walk([] { changeOwnerOfTree("/srv/deep", site, kvocln, 1); }));
-        expectQuiet(walk([] { changeModeOfTree("/srv/deep", 0640, 0710, 1); }));
-        EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), 301) << limit << ' ' << alreadyOpen;
-        expectQuiet(walk([] { changeOwnerOfTree("/srv/deep", 0, 0, 1); }));
-        EXPECT_EQ(levelsWith("/srv/deep", 0, 0640, 0710), 301) << limit << ' ' << alreadyOpen;
-        expectQuiet(walk([] { removeTree("/srv/deep", 1); }));
-        EXPECT_FALSE(exists("/srv/deep")) << limit << ' ' << alreadyOpen;
-    }
+    makeDeepTree("/srv/deep", 300, 2, 2);
+    expectQuiet(inChild([] { changeOwnerOfTree("/srv/deep", site, kvocln, 1); }));
+    expectQuiet(inChild([] { changeModeOfTree("/srv/deep", 0640, 0710, 1); }));
+    EXPECT_EQ(levelsWith("/srv/deep", site, 0640, 0710), 301);
+    expectQuiet(inChild([] { removeTree("/srv/deep", 1); }));
+    EXPECT_FALSE(exists("/srv/deep"));
+}
+
+TEST_P(TreeWalkRoom, SufficesForHoldingTheFilesThatRootGets)
+{
+    makeDeepTree("/srv/deep", 300, 2, 2);
+    changeOwnerOfTree("/srv/deep", site, users, 1);
+    expectQuiet(inChild([] { changeOwnerOfTree("/srv/deep", 0, 0, 1); }));
+    EXPECT_EQ(levelsWith("/srv/deep", 0, 0644, 0755), 301);
 }
 
 TEST_F(TreeWalkLimits, HoldNoBufferForEveryLevelThatIsOpen)

@@ -331,10 +331,11 @@ TEST_P(TreeWalkSteps, ActOnTheDirectoryThatThePathLedBackToWhateverBecomesOfTheW
         const char* call;
         int nth;
     } moments[] = {
-        {"openat", 4},  // the way has been gone, there and back; now its end is opened
-        {"fstatat", 1}, // looked at
-        {"open", 2},    // before that the root was opened
-        {"openat", 5},  // opened for the walk
+        {"openat", 4}, // the way has been gone, there and back; now its end is held
+        {"openat", 5}, // and held once more to be looked at
+        {"fstat", 1},  // looked at
+        {"open", 2},   // the current directory; the root was opened before
+        {"openat", 6}, // opened for the walk
     };
     for (const auto& moment : moments) {
         makeFile("/srv/t/file", "x");

@@ -254,6 +254,8 @@ TEST_P(TrustedPath, LeadsWhereTheSystemLeadsThroughLinksOfRoot)
     makeLink("/srv/other/to-file", "deep/../file");
     makeLink("/srv/other/through-file", "file/../file");
     makeLink("/srv/dangling", "a/../none");
+    makeLink("/srv/a/b/root", "/");
+    makeLink("/srv/a/b/from-root", "/../srv/a");
     ASSERT_EQ(chdir("/srv/absolute"), 0);
     for (const char* path : {"/srv/absolute/..", "/srv/absolute/../", "/srv/absolute/../file",
              "/srv/absolute/../..", "/srv/absolute/.././../file", "/srv/a/relative/..",
@@ -262,7 +264,8 @@ TEST_P(TrustedPath, LeadsWhereTheSystemLeadsThroughLinksOfRoot)
              "/srv/other/deep/back/..", "/srv/other/deep/back/../other", "/srv/other/deep/above",
              "/srv/other/deep/above/srv/a", "/srv/other/to-file", "/srv/other/to-file/..",
              "/srv/other/through-file", "/srv/dangling", "/srv/dangling/..", "/srv/none/..",
-             "/srv/a/b/../relative/../file", "/../srv/absolute/..", "chain", "chain/..",
+             "/srv/a/b/../relative/../file", "/../srv/absolute/..", "/srv/a/b/root/..",
+             "root/../srv/file", "from-root", "from-root/../file", "chain", "chain/..",
              "chain/../../file", "..", "../relative/..", "../../absolute/..", "./.././file"}) {
         for (const int flags : everyFlags) {
             const Descriptor file(open(path, flags | O_CLOEXEC));
