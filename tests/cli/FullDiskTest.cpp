@@ -18,9 +18,10 @@ protected:
         makeDirs(skeleton + "/httpdocs/img");
         makeDirs(skeleton + "/conf");
         for (int i = 0; i < files; ++i) {
-            const std::string name = std::to_string(i);
-            makeFile(skeleton + "/httpdocs/img/" + name, content(i));
-            makeFile(skeleton + "/conf/" + name, content(i));
+            for (std::string path : {skeleton + "/httpdocs/img/", skeleton + "/conf/"}) {
+                path += std::to_string(i);
+                makeFile(path, content(i));
+            }
         }
     }
 

@@ -187,6 +187,7 @@ TEST_F(Limits, DoNotMatterWhereNothingOrEverythingIsMasked)
     }
 }
 
+#ifndef __SANITIZE_ADDRESS__ // which cannot do without /proc itself
 TEST_F(Limits, DoNotMatterWithoutProc)
 {
     expectAsUsual([] {
@@ -197,6 +198,7 @@ TEST_F(Limits, DoNotMatterWithoutProc)
         }
     });
 }
+#endif
 
 TEST_F(Limits, DoNotMatterWithFewDescriptorsAndLittleStack)
 {

@@ -284,8 +284,9 @@ TEST_F(SiteRoads, NothingIsRemovedThroughALinkOfTheUser)
 {
     plantLink("/srv/home/link", "/srv/real");
     plantLink("/srv/web", "/srv/real");
-    for (const std::string web : {"/srv/home/link/place", "/srv/web"}) {
-        options_.www_root = web.c_str();
+    for (const char* place : {"/srv/home/link/place", "/srv/web"}) {
+        const std::string web = place;
+        options_.www_root = place;
         zelto::SiteRemover remover(subdomain, options_);
         EXPECT_EQ(errorsOf([&] { zelto::removeEntry(remover, "httpdocs/kept"); }),
             "lstat(\"" + web + "/kept\"): Too many levels of symbolic links\n");
