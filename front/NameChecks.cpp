@@ -1,25 +1,13 @@
 #include "front/NameChecks.h"
 
-#include <algorithm>
 #include <string_view>
 
 #include "conf/FatalLogger.h"
 #include "front/CommandLine.h"
+#include "fsutil/PathNames.h"
 
 namespace
 {
-
-bool hasComponentUp(std::string_view name)
-{
-    while (!name.empty()) {
-        const std::string_view component = name.substr(0, name.find('/'));
-        if (component == "..") {
-            return true;
-        }
-        name.remove_prefix(std::min(component.size() + 1, name.size()));
-    }
-    return false;
-}
 
 void checkName(const char* name, const char* parameter)
 {
@@ -32,7 +20,7 @@ void checkName(const char* name, const char* parameter)
 
 bool leadsOut(std::string_view name)
 {
-    return name.find_first_not_of("./") == std::string_view::npos || hasComponentUp(name);
+    return name.find_first_not_of("./") == std::string_view::npos || stepsBack(name) > 0;
 }
 
 void refuseParameter(const char* parameter)
@@ -59,7 +47,7 @@ void checkNames(const CommandLine& line)
         break;
     }
     if (line.operation == Operation::create && line.clientId &&
-        hasComponentUp(line.clientId.get())) {
+        stepsBack(line.clientId.get()) > 0) {
         refuseParameter("cl-id");
     }
 }

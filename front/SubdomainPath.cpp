@@ -1,6 +1,5 @@
 #include "front/SubdomainPath.h"
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +8,7 @@
 #include "conf/ConfVariables.h"
 #include "conf/Configuration.h"
 #include "front/NameChecks.h"
+#include "fsutil/PathNames.h"
 
 namespace
 {
@@ -29,11 +29,9 @@ namespace
 bool canExist(std::string_view path)
 {
     while (!path.empty()) {
-        const size_t length = std::min(path.find('/'), path.size());
-        if (length > NAME_MAX) {
+        if (takeName(path).size() > NAME_MAX) {
             return false;
         }
-        path.remove_prefix(std::min(length + 1, path.size()));
     }
     return true;
 }

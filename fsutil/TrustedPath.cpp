@@ -14,6 +14,7 @@
 #include "conf/ConfVariables.h"
 #include "conf/Configuration.h"
 #include "fsutil/OpenAt2.h"
+#include "fsutil/PathNames.h"
 
 const int heldDirectory = O_PATH | O_DIRECTORY | O_CLOEXEC;
 
@@ -59,31 +60,12 @@ std::string_view trustedBeginning(std::string_view path)
     return path.substr(0, length);
 }
 
-/// Takes the first name off a path; empty when only slashes are left.
-std::string takeName(std::string_view& path)
-{
-    path.remove_prefix(std::min(path.find_first_not_of('/'), path.size()));
-    const size_t end = std::min(path.find('/'), path.size());
-    std::string name(path.substr(0, end));
-    path.remove_prefix(end);
-    return name;
-}
-
 std::string takeName(std::string& path)
 {
     std::string_view rest = path;
-    std::string name = takeName(rest);
+    std::string name(::takeName(rest));
     path.erase(0, path.size() - rest.size());
     return name;
-}
-
-size_t stepsBack(std::string_view path)
-{
-    size_t steps = 0;
-    while (!path.empty()) {
-        steps += takeName(path) == ".." ? 1 : 0;
-    }
-    return steps;
 }
 
 /// The target of a link that may be followed, or "" with `errno`. The link is held by descriptor,

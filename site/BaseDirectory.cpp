@@ -1,6 +1,5 @@
 #include "site/BaseDirectory.h"
 
-#include <algorithm>
 #include <boost/filesystem/exception.hpp>
 #include <boost/filesystem/operations.hpp>
 #include <cerrno>
@@ -8,10 +7,9 @@
 #include <string>
 #include <string_view>
 #include <sys/stat.h>
-#include <utility>
 #include <vector>
 
-#include "fsutil/Descriptor.h"
+#include "fsutil/PathNames.h"
 #include "fsutil/TrustedPath.h"
 
 namespace zelto
@@ -75,11 +73,10 @@ std::vector<std::string> namesOf(std::string_view text)
 {
     std::vector<std::string> names;
     while (!text.empty()) {
-        const size_t length = std::min(text.find('/'), text.size());
-        if (length > 0 && text.substr(0, length) != ".") {
-            names.emplace_back(text.substr(0, length));
+        const std::string_view name = takeName(text);
+        if (!name.empty() && name != ".") {
+            names.emplace_back(name);
         }
-        text.remove_prefix(std::min(length + 1, text.size()));
     }
     return names;
 }

@@ -24,7 +24,7 @@ inline constexpr char generatedFileBanner[] =
 /// @throw ExSystemError<N>, SystemError "<path>: open failed" with the number of open(2).
 ZELTO_API std::string readFile(const std::string& path);
 
-/// The file-context specification of the active SELinux policy, by "/etc/selinux/config":
+/// The file with the labels of the active SELinux policy, by "/etc/selinux/config":
 /// "/etc/selinux/<SELINUXTYPE>/contexts/files/file_contexts". Whether that file exists is not
 /// looked at.
 /// @return "" when SELinux is not in use: no configuration, a mode other than "enforcing" or
