@@ -1,6 +1,5 @@
 #include "front/ChangeSubdomainUser.h"
 
-#include <initializer_list>
 #include <sys/types.h>
 
 #include "front/SubdomainPath.h"
@@ -16,6 +15,9 @@ int changeSubdomainUser(const char* domain, const char* subdomain, const char* u
 
     const uid_t uid = uidOrGidOfUser(user, 0);
     const FixedPath directory = subdomainPath(domain, subdomain);
+    // Formed first: a path that is refused must not leave the user with what is root's.
+    const FixedPath rootsOwn[] = {
+        pathInside(directory, "conf"), pathInside(directory, "error_docs")};
 
     // The user gets everything first and root takes its own back: "conf" and "error_docs" are not
     // singled out on the way, so that the one walk stays the same for every layout of a site.
@@ -24,8 +26,8 @@ int changeSubdomainUser(const char* domain, const char* subdomain, const char* u
     if (options.www_root != nullptr && *options.www_root != '\0') {
         changeOwnerOfTree(options.www_root, uid, sameGroup, 0);
     }
-    for (const char* name : {"conf", "error_docs"}) {
-        changeOwnerOfTree(pathInside(directory, name).text, rootUser, sameGroup, 1);
+    for (const FixedPath& path : rootsOwn) {
+        changeOwnerOfTree(path.text, rootUser, sameGroup, 1);
     }
     return 0;
 }

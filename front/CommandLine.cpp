@@ -103,7 +103,7 @@ void applyLongOption(CommandLine& line, int index, const char* value)
     case optionNewName:
         return storeName(line.newName, value);
     case optionClientId:
-        line.clientId.reset(strdup(value));
+        line.clientId.reset(allocatingFormatter("%s", value));
         return;
     case optionCreate:
         return chooseContentOperation(line, Operation::create);
@@ -114,7 +114,7 @@ void applyLongOption(CommandLine& line, int index, const char* value)
     case optionRename:
         return chooseRename(line);
     case optionWwwRoot:
-        line.wwwRoot.reset(strdup(value));
+        line.wwwRoot.reset(allocatingFormatter("%s", value));
         return;
     case optionSkipWwwRoot:
         line.site.skip_www_root = 1;

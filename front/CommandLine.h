@@ -50,7 +50,7 @@ struct CommandLine {
 /// process with status 1 through the fatal logger at the first unknown option or missing value
 /// ("Unknown option in command string, see log for details", behind the parser's own line) and
 /// when words are left over ("Some parameters in command string leave unprocessed. Check
-/// parameters please.").
+/// parameters please."). Without memory for a value, see allocatingFormatter().
 /// @param argv may be reordered.
 void parseCommandLine(int argc, char** argv, CommandLine& line);
 

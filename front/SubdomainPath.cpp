@@ -60,5 +60,10 @@ FixedPath subdomainPath(const char* domain, const char* subdomain, const char* p
 
 FixedPath pathInside(const FixedPath& directory, const char* name)
 {
-    return formatted("%s/%s", directory.text, name);
+    const FixedPath path = formatted("%s/%s", directory.text, name);
+    const bool nothingOfName = std::strlen(path.text) <= std::strlen(directory.text) + 1;
+    if (nothingOfName && canExist(path.text)) {
+        refuseParameter("subdomain-name");
+    }
+    return path;
 }

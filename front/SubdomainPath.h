@@ -15,5 +15,6 @@ struct FixedPath {
 FixedPath subdomainPath(
     const char* domain, const char* subdomain, const char* parameter = "subdomain-name");
 
-/// "<directory>/<name>".
+/// "<directory>/<name>". Should nothing of the name be left of a path that was cut, so that it is
+/// the directory itself, the subdomain's name is refused (see NameChecks.h).
 FixedPath pathInside(const FixedPath& directory, const char* name);

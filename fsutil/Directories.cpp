@@ -74,12 +74,18 @@ int lookThrough(const PinnedPath& pinned, struct stat& status)
     return pinned.reached() ? fstatat(pinned.directory(), pinned.name(), &status, 0) : -1;
 }
 
-/// Whether looking at a path says if there is something. A road that must not or cannot be taken is
-/// no sign that there is nothing at its end.
+/// Whether looking at a path says if there is something. A road that must not be taken, or for
+/// which resources are lacking, is no sign that there is nothing at its end.
 bool leadsSomewhere(const PinnedPath& pinned)
 {
     return pinned.reached() || errno == ENOENT || errno == ENOTDIR || errno == EACCES ||
            errno == ENAMETOOLONG;
+}
+
+int failToRename(const char* oldPath, const char* newPath)
+{
+    fatalLogger(0, 1, "Remaming %s to %s failed: %s\n", oldPath, newPath, std::strerror(errno));
+    return -1;
 }
 
 /// The mode that mkdir(2) would give.
@@ -219,20 +225,20 @@ int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, mode_t mod
 int renameDirectory(const char* oldPath, const char* newPath)
 {
     const PinnedPath from(oldPath);
-    const PinnedPath to(newPath);
-    const bool canTell = leadsSomewhere(from) && leadsSomewhere(to);
+    if (!leadsSomewhere(from)) {
+        return failToRename(oldPath, newPath);
+    }
     struct stat status = {};
-    if (canTell && lookThrough(from, status) != 0) {
+    if (lookThrough(from, status) != 0) {
         return 0;
     }
-    if (canTell && lookThrough(to, status) == 0) {
+    const PinnedPath to(newPath);
+    if (lookThrough(to, status) == 0) {
         fatalLogger(0, 1, "Directory rename error: target directory %s already exists.\n", newPath);
         return -1;
     }
-    if (!from.reached() || !to.reached() ||
-        renameat(from.directory(), from.name(), to.directory(), to.name()) != 0) {
-        fatalLogger(0, 1, "Remaming %s to %s failed: %s\n", oldPath, newPath, std::strerror(errno));
-        return -1;
+    if (!to.reached() || renameat(from.directory(), from.name(), to.directory(), to.name()) != 0) {
+        return failToRename(oldPath, newPath);
     }
     return 0;
 }

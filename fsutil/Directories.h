@@ -45,11 +45,15 @@ ZELTO_API int makeDirectoryPathCopy(const char* path, uid_t owner, gid_t group, 
 
 /// Renames a directory without ever replacing anything that stat(2) can see.
 ///
-/// An old path that stat(2) cannot see is nothing to rename: 0, even if the new one exists. A link
-/// on the way to either that may not be followed makes renaming fail with ELOOP. The refusal
-/// "Directory rename error: target directory %s already exists.\n" follows no failed call, so it
-/// shows the `errno` that was pending before. A failed rename(2) is "Remaming %s to %s failed:
-/// %s\n".
+/// An old path that stat(2) cannot see is nothing to rename: 0, whatever the new one is. That its
+/// directory cannot be reached counts as this with ENOENT, ENOTDIR, EACCES and ENAMETOOLONG. Any
+/// other failure to reach it is reported, such as ELOOP from a link on the way that may not be
+/// followed, or a lack of descriptors or memory; so is, once there is something to rename, every
+/// failure to reach the directory of the new path.
+///
+/// The refusal "Directory rename error: target directory %s already exists.\n" follows no failed
+/// call, so it shows the `errno` that was pending before. A failed rename(2), like a directory that
+/// was not reached, is "Remaming %s to %s failed: %s\n".
 ZELTO_API int renameDirectory(const char* oldPath, const char* newPath);
 
 /// Whether a directory lies below another, by their resolved names. A symbolic link is no

@@ -13,9 +13,14 @@
 ///
 /// @param directory an open directory (O_PATH suffices), or AT_FDCWD.
 /// @param name      a single component.
-/// @param mode      permission bits, applied exactly, whatever the umask. Other bits are ignored.
-/// @param group     given after the mode, which makes the system take set-id bits away as it does
-///                  for any file that changes hands. The owner is the process's.
+/// @param mode      permission bits, applied exactly, whatever the umask, but without the set-id
+///                  bits that the system takes from a file that changes hands. Bits of the type
+///                  are ignored.
+/// @param group     given before the mode. The other way round, which leaves the same bits, the
+///                  file would be set-id for a moment with the process's group, and under its
+///                  hidden name somebody could run it then; and it would stay so if the group
+///                  could not be given. Without the group it gets no set-id bit. The owner is the
+///                  process's.
 ///                  Whether mode and group could be set is not checked: the file then appears with
 ///                  less access than asked for.
 /// @return 0, or -1 with `errno` and no file made: EEXIST when the name is taken, else what kept

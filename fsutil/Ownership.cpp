@@ -4,16 +4,19 @@
 #include <cstring>
 #include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 
 #include "conf/FatalLogger.h"
 #include "fsutil/Descriptor.h"
 #include "fsutil/HeldFile.h"
 #include "fsutil/TrustedPath.h"
 
-int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode)
+namespace
 {
-    const Descriptor file = openTrusted(path, O_PATH);
+
+/// @param file what was opened for the path; if none, `errno` tells why.
+int giveOwnerAndMode(
+    const Descriptor& file, const char* path, uid_t owner, gid_t group, mode_t mode)
+{
     if (!file || changeOwnerOfHeld(file.get(), owner, group) != 0) {
         fatalLogger(0, 1, "ERROR: unable to chown %s: %s\n", path, std::strerror(errno));
         return -1;
@@ -23,6 +26,27 @@ int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode)
         return -1;
     }
     return 0;
+}
+
+/// Whether the forty links that may be on one way lead nowhere, so that stat(2) finds too many too.
+bool hasTooManyLinks(const char* path)
+{
+    TrustedWay way(path);
+    return way.isOpen() && !way.open(way.rest(), O_PATH) && way.hasFollowedAllLinks();
+}
+
+/// Whether the failure to open a path tells that stat(2) would not see it either: neither a link
+/// that may not be followed nor a lack of descriptors does.
+bool isOutOfSight(const char* path)
+{
+    return errno == ELOOP ? hasTooManyLinks(path) : errno != EMFILE && errno != ENFILE;
+}
+
+} // namespace
+
+int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t mode)
+{
+    return giveOwnerAndMode(openTrusted(path, O_PATH), path, owner, group, mode);
 }
 
 int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode)
@@ -38,6 +62,6 @@ int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode)
 int setOwnerAndModeIfPresent(const char* path, uid_t owner, gid_t group, mode_t mode)
 {
     errno = 0;
-    struct stat status = {};
-    return stat(path, &status) == 0 ? setOwnerAndMode(path, owner, group, mode) : 0;
+    const Descriptor file = openTrusted(path, O_PATH);
+    return !file && isOutOfSight(path) ? 0 : giveOwnerAndMode(file, path, owner, group, mode);
 }

@@ -22,6 +22,7 @@ ZELTO_API int setOwnerAndMode(const char* path, uid_t owner, gid_t group, mode_t
 /// not exist is "user %s not found", and nothing is changed.
 ZELTO_API int setOwnerAndModeForUser(const char* path, const char* user, mode_t mode);
 
-/// As setOwnerAndMode(), unless stat(2) fails on the path for whatever reason: then nothing
-/// happens and the result is 0. An older `errno` is forgotten.
+/// As setOwnerAndMode(), unless the path cannot be seen for whatever reason that stat(2) would
+/// give: then nothing happens and the result is 0. A link that may not be followed is reported,
+/// whether it leads to something or not. An older `errno` is forgotten.
 ZELTO_API int setOwnerAndModeIfPresent(const char* path, uid_t owner, gid_t group, mode_t mode);

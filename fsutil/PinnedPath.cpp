@@ -6,18 +6,6 @@
 
 #include "fsutil/TrustedPath.h"
 
-namespace
-{
-
-/// Whether a descriptor holds a link itself, as O_PATH makes it.
-bool isLink(const Descriptor& file)
-{
-    struct stat status = {};
-    return fstat(file.get(), &status) == 0 && S_ISLNK(status.st_mode);
-}
-
-} // namespace
-
 PinnedPath::PinnedPath(const char* path) : path_(path), name_(path), lookedUp_(path)
 {
     const size_t last = path_.find_last_not_of('/');
@@ -82,8 +70,8 @@ Descriptor PinnedPath::openTrusted(int flags) const
     }
     const int error = errno;
     const int asked = namesDirectory() ? flags | O_DIRECTORY : flags;
-    Descriptor file(openat(directory(), lookedUp_.c_str(), asked | O_NOFOLLOW | O_CLOEXEC));
-    if (file ? isLink(file) : errno == ELOOP || errno == ENOTDIR) {
+    Descriptor file = openUnlessLink(directory(), lookedUp_.c_str(), asked);
+    if (!file && (errno == ELOOP || errno == ENOTDIR)) {
         file = ::openTrusted(path_.c_str(), asked);
     }
     if (file) {

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <linux/openat2.h>
 #include <optional>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 #include "fsutil/HeldFile.h"
 #include "fsutil/MountPoint.h"
 #include "fsutil/OpenAt2.h"
+#include "fsutil/PathNames.h"
 #include "fsutil/PinnedPath.h"
 #include "fsutil/TreeWalk.h"
 #include "fsutil/TrustedPath.h"
@@ -80,6 +82,13 @@ private:
     mode_t directoryMode_;
 };
 
+/// Whether rmdir(2) failed because of what the directory holds. Nothing is mounted on it then: that
+/// would have been refused before.
+bool tellsOfEntries(int error)
+{
+    return error == ENOTEMPTY || error == EEXIST;
+}
+
 class Remove final : public TreeAction
 {
 public:
@@ -122,7 +131,17 @@ private:
             errno = ENOENT;
             return {};
         }
-        return Descriptor(errno != EBUSY ? openat(parent, name, directoryFlags) : -1);
+        const int error = errno;
+        Descriptor directory(error != EBUSY ? openat(parent, name, directoryFlags) : -1);
+        if (directory && !tellsOfEntries(error)) {
+            // Refused for another reason, which may have come first: a parent on a read-only mount.
+            const std::optional<bool> mounted = isMountPoint(directory.get());
+            if (mounted.value_or(true)) {
+                errno = mounted ? EBUSY : error;
+                return {};
+            }
+        }
+        return directory;
     }
 
     static int goneAfter(int result) { return result != 0 && errno == ENOENT ? 0 : result; }
@@ -157,14 +176,20 @@ private:
 };
 
 /// Whether a directory that has been opened must not be emptied, because something is mounted on
-/// it.
+/// it or because nothing tells; `errno` is what the report is to say.
 bool mustStay(int directory, const PinnedPath& pinned)
 {
     if (const std::optional<bool> mounted = isMountPoint(directory)) {
+        errno = EBUSY;
         return *mounted;
     }
     // An empty directory is removed by this, which is what was asked for.
-    return unlinkat(pinned.directory(), pinned.name(), AT_REMOVEDIR) != 0 && errno == EBUSY;
+    if (unlinkat(pinned.directory(), pinned.name(), AT_REMOVEDIR) == 0 || errno == ENOENT) {
+        return false;
+    }
+    // Of ".." it always says that there are entries.
+    std::string_view name = pinned.name();
+    return takeName(name) == ".." || !tellsOfEntries(errno);
 }
 
 void walkDirectory(const PinnedPath& pinned, const char* path, TreeAction& action, bool includeTop)
@@ -175,7 +200,6 @@ void walkDirectory(const PinnedPath& pinned, const char* path, TreeAction& actio
         failTreeStep("Unable to open dir", path);
     }
     if (includeTop && action.empties() && mustStay(top.get(), pinned)) {
-        errno = EBUSY;
         failTreeStep(action.words().directory, path);
     }
     top = TreeWalk(action).walk(std::move(top), path);

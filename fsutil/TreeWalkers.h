@@ -54,7 +54,9 @@ ZELTO_API int changeOwnerAndModeOfTree(const char* path, uid_t owner, gid_t grou
 ///
 /// A mount point is never emptied, a bind mount of the same file system included: the walk ends
 /// there with "Unable to remove dir" and EBUSY, which is what rmdir(2) would say to it in the end.
-/// Only the path itself may be one, if it is to stay.
+/// Only the path itself may be one, if it is to stay. Where the system does not tell mount points,
+/// rmdir(2) is asked; if what it says leaves the question open, as for "." and "..", the walk ends
+/// with that before anything is touched.
 /// @param path      absolute, or relative to the current directory.
 /// @param removeTop 0: the directory named by the path stays, emptied.
 ZELTO_API void removeTree(const char* path, int removeTop);

@@ -85,12 +85,20 @@ std::string readTrustedLink(int directory, const char* name)
     return readlinkat(link.get(), "", target, sizeof target - 1) > 0 ? target : "";
 }
 
-/// Whether a descriptor holds a link itself, as one that was opened for any type of file may.
-bool holdsLink(const Descriptor& file, int flags)
+/// What was opened with O_NOFOLLOW, unless that is a link itself, as it may be if any type of file
+/// was asked for: then none with ELOOP. None also if that cannot be told.
+Descriptor unlessLink(Descriptor file, int flags)
 {
+    const bool mayBeLink = file && (flags & O_PATH) != 0 && (flags & O_DIRECTORY) == 0;
     struct stat status = {};
-    return (flags & O_PATH) != 0 && (flags & O_DIRECTORY) == 0 && fstat(file.get(), &status) == 0 &&
-           S_ISLNK(status.st_mode);
+    if (mayBeLink && fstat(file.get(), &status) != 0) {
+        return {};
+    }
+    if (mayBeLink && S_ISLNK(status.st_mode)) {
+        errno = ELOOP;
+        return {};
+    }
+    return file;
 }
 
 /// Opens a path that no link lies on, in one call: what most paths are.
@@ -101,12 +109,7 @@ Descriptor openWithoutLinks(const char* path, int flags)
     open_how how = {};
     how.flags = static_cast<unsigned>(flags | O_NOFOLLOW | O_CLOEXEC);
     how.resolve = RESOLVE_NO_SYMLINKS;
-    Descriptor file(openAt2(AT_FDCWD, path, how));
-    if (file && holdsLink(file, flags)) {
-        file.reset();
-        errno = ELOOP;
-    }
-    return file;
+    return unlessLink(Descriptor(openAt2(AT_FDCWD, path, how)), flags);
 }
 
 Descriptor openNameByName(const char* path, int flags)
@@ -120,6 +123,11 @@ Descriptor openNameByName(const char* path, int flags)
 bool isTrusted(uid_t owner)
 {
     return owner == 0 || owner == geteuid();
+}
+
+Descriptor openUnlessLink(int directory, const char* name, int flags)
+{
+    return unlessLink(Descriptor(openat(directory, name, flags | O_NOFOLLOW | O_CLOEXEC)), flags);
 }
 
 Descriptor openTrusted(const char* path, int flags)
@@ -220,10 +228,10 @@ bool TrustedWay::follow(std::string names, Directories& way, int flags, Descript
         // With slashes behind it the last name must be a directory's too.
         const bool isLast = names.empty() && last != nullptr;
         const int asked = isLast ? flags : heldDirectory;
-        Descriptor next(openat(here, name.c_str(), asked | O_NOFOLLOW | O_CLOEXEC));
-        if (!next || holdsLink(next, asked)) {
+        Descriptor next = openUnlessLink(here, name.c_str(), asked);
+        if (!next) {
             // With O_DIRECTORY a link is no directory.
-            const bool mayBeLink = next || errno == ENOTDIR || errno == ELOOP;
+            const bool mayBeLink = errno == ENOTDIR || errno == ELOOP;
             if (!mayBeLink || !expand(name, names, way)) {
                 return false;
             }
@@ -264,27 +272,41 @@ void TrustedWay::push(Directories& way, Descriptor next) const
 {
     way.directories.push_back(std::make_shared<const Descriptor>(std::move(next)));
     if (way.directories.size() > mostHeld_) {
+        way.behind.push_back(identityOf(*way.directories.front()));
         way.directories.pop_front();
-        way.isComplete = false;
     }
 }
 
-/// Asking the system for ".." would ask where a directory is now, and somebody may have moved it
-/// elsewhere. Only where the way began the system has to know.
+/// Asking the system for ".." asks where a directory is now, and somebody may have moved it
+/// elsewhere. Where the way began the system has to know; where the way has come through what it
+/// does not hold any more, that must be what the system leads to.
 bool TrustedWay::goBack(Directories& way)
 {
     if (way.directories.size() > 1) {
         way.directories.pop_back();
         return true;
     }
-    if (!way.isComplete) {
-        errno = EMFILE;
-        return false;
-    }
     Descriptor above(openat(way.directories.back()->get(), "..", heldDirectory));
     if (!above) {
         return false;
     }
+    if (!way.behind.empty()) {
+        const std::optional<Identity> found = identityOf(above);
+        if (!found || found != way.behind.back()) {
+            errno = found ? ESTALE : errno;
+            return false;
+        }
+        way.behind.pop_back();
+    }
     way.directories.back() = std::make_shared<const Descriptor>(std::move(above));
     return true;
+}
+
+/// What the directory is to be known by; nothing if that cannot be told.
+std::optional<TrustedWay::Identity> TrustedWay::identityOf(const Descriptor& directory)
+{
+    struct stat status = {};
+    return fstat(directory.get(), &status) == 0
+               ? std::optional(Identity{status.st_dev, status.st_ino})
+               : std::nullopt;
 }

@@ -3,9 +3,11 @@
 #include <cstddef>
 #include <deque>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <sys/types.h>
+#include <vector>
 
 #include "fsutil/Descriptor.h"
 
@@ -15,14 +17,21 @@
 /// A symbolic link anywhere on the way, at its end and in the target of another link too, counts
 /// only if it belongs to root or to the process's own user; anybody else's is ELOOP. Names are
 /// looked up one by one, each in the directory that was found for the one before, wherever that
-/// directory is by now, and ".." goes back to the directory that the way came through. Otherwise
-/// this is the kernel's way to read a path, with its limit of forty links.
+/// directory is by now, and ".." goes back to the directory that the way came through; ESTALE if a
+/// link leads back so far that this is not held any more, and somebody has moved what is in it.
+/// Otherwise this is the kernel's way to read a path, with its limit of forty links.
 ///
 /// The road to the virtual-hosts root, and to what a TrustedPlace names, is the administrator's and
 /// taken as it is.
 
 /// Whether the links of an owner are followed.
 [[nodiscard]] bool isTrusted(uid_t owner);
+
+/// Opens a name in a directory, as openat(2) with O_NOFOLLOW and O_CLOEXEC does, but never a link
+/// itself, which O_PATH alone would allow.
+/// @return a descriptor, or none with `errno`: ELOOP from a link, or ENOTDIR with O_DIRECTORY. What
+///         cannot be examined may be a link, and is not given either.
+[[nodiscard]] Descriptor openUnlessLink(int directory, const char* name, int flags);
 
 /// The flags that hold a directory for looking things up in it and nothing else.
 extern const int heldDirectory;
@@ -70,19 +79,31 @@ public:
     /// Goes on through all names but the last and opens that; the way ends there.
     [[nodiscard]] Descriptor open(std::string_view names, int flags);
 
+    /// Whether as many links were followed as may be on one way: that the next one is ELOOP, as it
+    /// is to the system, says nothing about its owner.
+    [[nodiscard]] bool hasFollowedAllLinks() const { return linksLeft_ == 0; }
+
 private:
-    /// So many directories behind the one reached are held at least, to go back to them.
+    /// So many directories behind the one reached are held at least, to go back to them. Those
+    /// further behind are only known again.
     static constexpr size_t leastHeld = 32;
 
+    struct Identity {
+        dev_t device;
+        ino_t inode;
+        bool operator==(const Identity&) const = default;
+    };
+
     struct Directories {
+        std::vector<std::optional<Identity>> behind; ///< those that are not held any more
         std::deque<std::shared_ptr<const Descriptor>> directories;
-        bool isComplete = true; ///< whether the first is where the way began
     };
 
     bool follow(std::string names, Directories& way, int flags, Descriptor* last);
     bool expand(const std::string& name, std::string& names, Directories& way);
     void push(Directories& way, Descriptor next) const;
     static bool goBack(Directories& way);
+    static std::optional<Identity> identityOf(const Descriptor& directory);
 
     std::string_view rest_;
     size_t mostHeld_;

@@ -186,6 +186,27 @@ TEST_F(NameChecks, RefuseANameOfWhichTheCutPathLeavesOnlyTwoDots)
     expectRefused(renamingIn(domain, "..x", "new"), "old-name");
 }
 
+TEST_F(NameChecks, NeverLetACutPathNameASubdomainForWhatIsRootsInIt)
+{
+    configure("# nothing\n");
+    makeDirs(shop + "/conf");
+    makeFile(shop + "/page", "x", {0644, site, kvocln});
+    for (const size_t length : {4062U, 4063U}) {
+        const std::string domain = "example.test" + std::string(length - 12, '/');
+        expectRefused(changing("shop", domain), "subdomain-name");
+        EXPECT_EQ(run(creating("shop", domain, "7")).status, 0);
+        EXPECT_EQ(treeOf(shop), "dir  0755 root:root .\n"
+                                "dir  0750 root:kvoserv conf\n"
+                                "dir  0750 root:kvoserv error_docs\n"
+                                "file 0644 site:kvocln page \"x\"\n");
+        ASSERT_EQ(rmdir((shop + "/error_docs").c_str()), 0);
+    }
+    // One character less, and "c" is left of it.
+    const Outcome end = run(changing("shop", "example.test" + std::string(4061 - 12, '/')));
+    EXPECT_EQ(end.err.substr(0, 28), "twigctl: Unable to get entry");
+    EXPECT_EQ(end.status, 1);
+}
+
 TEST_F(NameChecks, NeverLetACutPathNameMoreThanASubdomain)
 {
     configure("# nothing\n");

@@ -1,6 +1,9 @@
+#include <cerrno>
 #include <unistd.h>
 
 #include "tests/cli/Site.h"
+#include "tests/lib/SystemCallNames.h"
+#include "tests/lib/Traced.h"
 
 // Links that a site's user has planted before root comes along lead nowhere; those of root lead
 // where they always did.
@@ -199,11 +202,14 @@ TEST_F(PlantedLinks, ASubdomainThatIsTheUsersLinkStopsACreation)
 
 TEST_F(PlantedLinks, ASubdomainThatIsTheUsersLinkStopsAChangeOfUser)
 {
-    plant(shop, otherShop, site);
-    expectReported(run(changeWithoutWebRoot()),
-        {"ERROR: unable to chown " + shop + ": " + refused + "\n" + tooMany,
-            "Unable to open dir " + shop + "/conf: " + refused + "\n" + tooMany},
-        1);
+    const std::vector<std::string> reports{
+        "ERROR: unable to chown " + shop + ": " + refused + "\n" + tooMany,
+        "Unable to open dir " + shop + "/conf: " + refused + "\n" + tooMany};
+    for (const std::string& target : {otherShop, std::string("nowhere")}) {
+        plant(shop, target, site);
+        expectReported(run(changeWithoutWebRoot()), reports, 1);
+        ASSERT_EQ(unlink(shop.c_str()), 0);
+    }
     expectNothingTouchedElsewhere();
 }
 
@@ -216,6 +222,19 @@ TEST_F(PlantedLinks, ASubdomainThatIsALinkIsRemovedAndRenamedItselfWhoseverItIs)
         expectSilent(run({"--remove", "--subdomain-name=blog", "--vhost-name=example.test"}), 0);
         EXPECT_FALSE(exists(subdomains + "/blog"));
     }
+    expectNothingTouchedElsewhere();
+}
+
+TEST_F(PlantedLinks, OnTheRoadToANewNameStopARenamingOnlyIfThereIsSomethingToRename)
+{
+    plant(subdomains + "/link", elsewhere, site);
+    expectSilent(run(renaming("shop", "link/blog")), 0);
+    makeDir(shop);
+    expectReported(run(renaming("shop", "link/blog")),
+        {"Remaming " + shop + " to " + subdomains + "/link/blog failed: " + refused + "\n" +
+            tooMany},
+        255);
+    EXPECT_TRUE(exists(shop));
     expectNothingTouchedElsewhere();
 }
 
@@ -362,6 +381,30 @@ TEST_F(PlantedLinks, InPlaceOfConfOrErrorDocsStopACreation)
 {
     expectCreationStoppedAt("conf", "site");
     expectCreationStoppedAt("error_docs", "404");
+    expectNothingTouchedElsewhere();
+}
+
+TEST_F(PlantedLinks, InPlaceOfConfAreNotHandedOverThemselvesWhateverLookAtAFileFails)
+{
+    const Arguments arguments = with({"twigctl"}, usualCreation());
+    makeDirs(shop);
+    plant(shop + "/conf", otherShop + "/conf", site);
+    const std::vector<long> calls = callsOfRun(program(), arguments, {});
+    size_t looks = 0;
+    for (size_t index = 1; index <= calls.size(); ++index) {
+        const std::string name = systemCallName(calls[index - 1]);
+        if (name != "newfstatat" && name != "fstat") {
+            continue;
+        }
+        ++looks;
+        ASSERT_EQ(runProgram("/bin/rm", {"rm", "-r", shop}).status, 0);
+        makeDirs(shop);
+        plant(shop + "/conf", otherShop + "/conf", site);
+        (void)runTracedAt(program(), arguments, {}, calls, index,
+            [](const SystemCall& /*call*/) { return Verdict::failLast(EIO); });
+        EXPECT_EQ(accessOf(shop + "/conf"), "0777 site:root") << index;
+    }
+    EXPECT_GT(looks, 10U);
     expectNothingTouchedElsewhere();
 }
 

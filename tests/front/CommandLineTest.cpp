@@ -1,9 +1,11 @@
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 #include <vector>
 
 #include "conf/ProgramName.h"
 #include "front/CommandLine.h"
+#include "tests/lib/Faults.h"
 #include "tests/lib/Process.h"
 #include "tests/lib/World.h"
 
@@ -202,6 +204,22 @@ TEST(CommandLine, KeepsSiteDirectoriesOfAnyLengthWhole)
     EXPECT_EQ(Parsed({"--www-root=" + path}).line.site.www_root, path);
     EXPECT_EQ(Parsed({"--cgi-bin-path=" + path}).line.site.cgi_bin_path, path);
     EXPECT_EQ(Parsed({"--cl-id=" + path}).line.clientId.get(), path);
+}
+
+TEST(CommandLine, EndsTheProcessWithoutMemoryForAValue)
+{
+    for (const char* value : {"--cl-id=7", "--www-root=/w", "--cgi-bin-path=/c"}) {
+        const Outcome end = inChild([value] {
+            PROGNAME = "twigctl";
+            faults::fail("vasprintf", ENOMEM);
+            const Parsed parsed({value});
+        });
+        EXPECT_EQ(end.err, "twigctl: Cannot allocate memory: Cannot allocate memory"
+                           "\nSystem error 12: Cannot allocate memory\n")
+            << value;
+        EXPECT_EQ(end.out, end.err) << value;
+        EXPECT_EQ(end.status, 1) << value;
+    }
 }
 
 TEST(CommandLine, LetsARequiredValueSwallowTheNextOption)

@@ -121,6 +121,29 @@ TEST_F(SubdomainPath, CallsTheParameterOfARefusedNameByItsOwnName)
     EXPECT_EQ(refusedOf([&] { renameSubdomain(domain.c_str(), "..x", "..x"); }), "old-name");
 }
 
+TEST_F(SubdomainPath, IsRefusedWhenNothingIsLeftOfANameThatIsAddedToIt)
+{
+    configure("# nothing\n");
+    const struct {
+        size_t domain;
+        const char* refused;
+    } table[] = {{4061, ""}, {4062, "subdomain-name"}, {4063, "subdomain-name"}};
+    for (const auto& row : table) {
+        for (const char* name : {"conf", "c"}) {
+            EXPECT_EQ(refusedOf([&] {
+                (void)pathInside(subdomainPath(padded(row.domain).c_str(), "shop"), name);
+            }),
+                row.refused)
+                << row.domain << ' ' << name;
+        }
+    }
+    EXPECT_EQ(refusedOf([] {
+        (void)pathInside(subdomainPath(std::string(4063, 'd').c_str(), "shop"), "conf");
+    }),
+        "")
+        << "the system will refuse it anyway";
+}
+
 TEST_F(SubdomainPath, IsCutAgainWhenANameIsAddedToIt)
 {
     const std::string added = inChild([] {

@@ -357,7 +357,7 @@ TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnEitherWay)
     expectTargetUntouched();
 }
 
-TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnTheWayAlsoToNothing)
+TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnTheWayToTheOldAlsoIfThatIsNothing)
 {
     for (const std::string path : {"/srv/theirs/none", "/srv/theirs/none/none"}) {
         int result = 0;
@@ -365,9 +365,35 @@ TEST_F(RenameDirectoryTrust, RefusesALinkOfSomebodyElseOnTheWayAlsoToNothing)
             tooManyLinks("Remaming " + path + " to /srv/new failed"));
         EXPECT_EQ(result, -1);
     }
-    EXPECT_EQ(reportsOf([] { EXPECT_EQ(renameDirectory("/srv/none", "/srv/theirs/new"), -1); }),
-        tooManyLinks("Remaming /srv/none to /srv/theirs/new failed"));
     expectTargetUntouched();
+}
+
+TEST_F(RenameDirectoryTrust, DoesNotLookForTheNewWhereTheOldIsMissing)
+{
+    makeFile("/srv/file", "x");
+    const std::string tooLong = "/srv/" + std::string(300, 'x') + "/none";
+    for (const char* path : {"/srv/none", "/srv/none/none", "/srv/file/none", tooLong.c_str()}) {
+        EXPECT_EQ(
+            reportsOf([=] { EXPECT_EQ(renameDirectory(path, "/srv/theirs/new"), 0) << path; }), "");
+    }
+    faults::fail("openat2", EACCES);
+    EXPECT_EQ(reportsOf([] { EXPECT_EQ(renameDirectory("/srv/none", "/srv/theirs/new"), 0); }), "");
+    expectTargetUntouched();
+}
+
+TEST_F(RenameDirectoryTrust, TellsWhyTheNewCannotBeReachedWhereTheOldIsThere)
+{
+    makeDir("/srv/old");
+    makeFile("/srv/file", "x");
+    const struct {
+        const char* path;
+        int error;
+    } table[] = {{"/srv/theirs/new", ELOOP}, {"/srv/none/new", ENOENT}, {"/srv/file/x", ENOTDIR}};
+    for (const auto& row : table) {
+        EXPECT_EQ(reportsOf([&] { EXPECT_EQ(renameDirectory("/srv/old", row.path), -1); }),
+            failed(std::string("Remaming /srv/old to ") + row.path + " failed", row.error));
+    }
+    EXPECT_TRUE(exists("/srv/old"));
 }
 
 TEST_F(RenameDirectoryTrust, DoesNotTakeARoadThatCannotBeTakenForOneToNothing)
@@ -409,13 +435,24 @@ TEST_F(RenameDirectoryTrust, RenamesALinkItselfAndNotWhatItLeadsTo)
 TEST_F(RenameDirectoryTrust, RenamesInTheDirectoriesItFoundFirst)
 {
     makeDirs("/srv/road/old");
-    // Both roads have been gone; now the old name is looked at.
+    // The road to the old has been gone; now its name is looked at.
     makeLink("/srv/way", "/srv/road");
     faults::runBefore("fstatat", 1, [] { exchange("/srv/road", "/srv/moved"); });
     EXPECT_EQ(renameDirectory("/srv/way/old", "/srv/new"), 0);
     EXPECT_TRUE(exists("/srv/new"));
     EXPECT_TRUE(exists("/srv/moved"));
     EXPECT_FALSE(exists("/srv/moved/old"));
+    expectTargetUntouched();
+}
+
+TEST_F(RenameDirectoryTrust, RenamesIntoTheDirectoryItFoundFirst)
+{
+    makeDirs("/srv/old");
+    makeDirs("/srv/road");
+    // The new name is looked at after the old.
+    faults::runBefore("fstatat", 2, [] { exchange("/srv/road", "/srv/moved"); });
+    EXPECT_EQ(renameDirectory("/srv/old", "/srv/road/new"), 0);
+    EXPECT_TRUE(exists("/srv/moved/new"));
     expectTargetUntouched();
 }
 

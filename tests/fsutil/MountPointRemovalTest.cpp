@@ -1,12 +1,16 @@
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <optional>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "fsutil/Descriptor.h"
+#include "fsutil/MountPoint.h"
 #include "fsutil/TreeWalkers.h"
 #include "tests/lib/Faults.h"
+#include "tests/lib/MissingCalls.h"
 #include "tests/lib/World.h"
 
 namespace
@@ -36,12 +40,14 @@ private:
     std::string path_;
 };
 
-/// The kinds of mounts, and the calls that tell them: openat2(2), and statx(2) for the top.
+/// The kinds of mounts, and the calls that tell them: openat2(2), and for the top statx(2) or
+/// renameat(2).
 struct Case {
     const char* name;
     bool bind;
-    int openat2Error; ///< 0 = it is there
-    int statxError;   ///< the same
+    int openat2Error;         ///< 0 = it is there
+    int statxError;           ///< the same
+    const char* missing = ""; ///< what else is (see tests/lib/MissingCalls.h)
 };
 
 class MountPointRemoval : public World, public ::testing::WithParamInterface<Case>
@@ -72,14 +78,21 @@ protected:
             if (GetParam().statxError != 0) {
                 faults::failAlways("statx", GetParam().statxError);
             }
+            if (*GetParam().missing != '\0') {
+                takeAwayCalls(GetParam().missing);
+            }
             removeTree(path, removeTop);
         });
     }
 
-    static void expectBusy(const Outcome& end, const std::string& what)
+    /// @param error what only rmdir(2) can tell, if nothing else does.
+    static void expectBusy(const Outcome& end, const std::string& what, int error = EBUSY)
     {
-        EXPECT_EQ(end.err, what + ": Device or resource busy\n"
-                                  "\nSystem error 16: Device or resource busy\n");
+        const bool isToldOtherwise = *GetParam().missing == '\0';
+        const int number = isToldOtherwise ? EBUSY : error;
+        const std::string text = strerror(number);
+        EXPECT_EQ(end.err,
+            what + ": " + text + "\n\nSystem error " + std::to_string(number) + ": " + text + '\n');
         EXPECT_EQ(end.out, end.err);
         EXPECT_EQ(end.status, 1);
     }
@@ -100,8 +113,13 @@ INSTANTIATE_TEST_SUITE_P(Each, MountPointRemoval,
         Case{"SameFileSystemOnAnOlderKernel", true, ENOSYS, ENOSYS},
         Case{"SameFileSystemBehindAFilter", true, EPERM, EPERM},
         Case{"OtherFileSystemWithoutStatx", false, 0, EINVAL},
-        Case{"SameFileSystemWithoutOpenat2", true, ENOSYS, 0}),
+        Case{"SameFileSystemWithoutOpenat2", true, ENOSYS, 0},
+        Case{"OtherFileSystemWithoutAnyAnswer", false, 0, ENOSYS, "renameat:ENOSYS"},
+        Case{"SameFileSystemWithoutAnyAnswer", true, ENOSYS, ENOSYS, "renameat:ENOSYS"},
+        Case{"SameFileSystemWithAllAnswersForbidden", true, EPERM, EPERM, "renameat:EPERM"}),
     [](const auto& parameter) { return std::string(parameter.param.name); });
+
+using IsMountPoint = World;
 
 } // namespace
 
@@ -157,11 +175,37 @@ TEST_P(MountPointRemoval, IsRefusedByThePathAsGivenBeforeAnythingIsTouched)
 TEST_P(MountPointRemoval, IsRefusedByEveryNameOfTheMountPointBeforeAnythingIsTouched)
 {
     makeLink("/srv/link", "/srv/t/a/m");
-    expectBusy(removed("/srv/link/", 1), "Unable to remove dir /srv/link/");
+    expectBusy(removed("/srv/link/", 1), "Unable to remove dir /srv/link/", ENOTDIR);
     expectUntouched();
-    expectBusy(removed(".", 1, "/srv/t/a/m"), "Unable to remove dir .");
+    for (const std::string name : {".", "./", "/srv/t/a/m/.", "kept/../."}) {
+        expectBusy(removed(name.c_str(), 1, "/srv/t/a/m"), "Unable to remove dir " + name, EINVAL);
+        expectUntouched();
+    }
+    for (const std::string name : {"..", "..//", "/srv/t/a/m/kept/.."}) {
+        expectBusy(
+            removed(name.c_str(), 1, "/srv/t/a/m/kept"), "Unable to remove dir " + name, ENOTEMPTY);
+        expectUntouched();
+    }
+}
+
+TEST_P(MountPointRemoval, IsRefusedAlsoWhereWhatItIsMountedInIsReadOnly)
+{
+    // What rmdir(2) says there is the same for every directory.
+    mount_.reset();
+    const Mount outer("/srv/t", "/srv/t");
+    makeDirs("/srv/t/a/m");
+    const Mount inner("/srv/elsewhere", "/srv/t/a/m");
+    makeDirs("/srv/t/a/m/kept");
+    makeFile("/srv/t/a/m/file", "kept");
+    ASSERT_EQ(mount("", "/srv/t", "none", MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr), 0);
+    expectBusy(removed("/srv/t/a/m", 1), "Unable to remove dir /srv/t/a/m", EROFS);
     expectUntouched();
-    expectBusy(removed("..", 1, "/srv/t/a/m/kept"), "Unable to remove dir ..");
+    const Outcome end = removed("/srv/t/a", 0);
+    const bool isTold = *GetParam().missing == '\0' || GetParam().openat2Error == 0;
+    EXPECT_EQ(end.err.substr(0, end.err.find('\n')),
+        isTold ? "Unable to remove dir m: Device or resource busy"
+               : "Unable to open dir m: Read-only file system");
+    EXPECT_EQ(end.status, 1);
     expectUntouched();
 }
 
@@ -224,4 +268,16 @@ TEST_P(MountPointRemoval, PassesOverADirectoryThatVanishesBeforeItIsOpened)
     EXPECT_EQ(end.out + end.err, "");
     EXPECT_EQ(end.status, 0);
     EXPECT_EQ(treeOf("/srv/one"), "dir  0755 root:root .\n");
+}
+
+TEST_F(IsMountPoint, DoesNotCallADirectoryThatCannotBeExaminedNoMountPoint)
+{
+    const Descriptor directory(open("/srv/www", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const faults::Guard guard;
+    faults::failAlways("statx", ENOSYS);
+    EXPECT_EQ(isMountPoint(directory.get()), false);
+    for (const char* function : {"fstat", "fstatat"}) {
+        faults::fail(function, EIO);
+        EXPECT_EQ(isMountPoint(directory.get()), std::nullopt) << function;
+    }
 }

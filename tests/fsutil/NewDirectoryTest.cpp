@@ -183,6 +183,8 @@ TEST_F(NewDirectoryTest, TellsWhyItCouldNotBeMadeOrHeld)
     EXPECT_FALSE(exists("/srv/new"));
     faults::fail("openat", EMFILE);
     EXPECT_EQ(refusal(), "EMFILE");
+    faults::fail("fstatat", EIO);
+    EXPECT_EQ(refusal(), "EEXIST");
     faults::fail("fstat", EIO);
     EXPECT_EQ(refusal(), "EIO");
     faults::runBefore("openat", 1, [] { ASSERT_EQ(rmdir("/srv/new"), 0); });

@@ -148,9 +148,40 @@ TEST_F(SetOwnerAndModeIfPresent, IsSilentSuccessWhateverKeepsThePathFromBeingSee
 
 TEST_F(SetOwnerAndModeIfPresent, LeavesAFileAloneThatCannotBeExamined)
 {
-    faults::fail("stat", EACCES);
-    EXPECT_EQ(setOwnerAndModeIfPresent("/srv/file", site, kvocln, 0600), 0);
-    EXPECT_EQ(accessOf("/srv/file"), "0640 other:users");
+    for (const int error : {EACCES, EIO}) {
+        faults::fail("openat2", error);
+        EXPECT_EQ(setOwnerAndModeIfPresent("/srv/file", site, kvocln, 0600), 0);
+        EXPECT_EQ(accessOf("/srv/file"), "0640 other:users");
+    }
+}
+
+TEST_F(SetOwnerAndModeIfPresent, DoesNotTakeALackOfDescriptorsForAbsence)
+{
+    for (const int error : {EMFILE, ENFILE}) {
+        int result = 0;
+        const std::string report = reportsOf([&] {
+            faults::fail("openat2", error);
+            result = setOwnerAndModeIfPresent("/srv/file", site, kvocln, 0600);
+        });
+        EXPECT_EQ(report.substr(0, 42), "twigctl: ERROR: unable to chown /srv/file:");
+        EXPECT_EQ(result, -1);
+    }
+}
+
+TEST_F(SetOwnerAndModeIfPresent, RefusesALinkOfSomebodyElseThatLeadsToNothing)
+{
+    makeLink("/srv/dangling", "none");
+    makeLink("/srv/loop", "loop");
+    ASSERT_EQ(lchown("/srv/dangling", site, users) | lchown("/srv/loop", site, users), 0);
+    for (const std::string path : {"/srv/dangling", "/srv/dangling/none", "/srv/loop"}) {
+        int result = 0;
+        EXPECT_EQ(
+            reportsOf([&] { result = setOwnerAndModeIfPresent(path.c_str(), site, kvocln, 0777); }),
+            "twigctl: ERROR: unable to chown " + path +
+                ": Too many levels of symbolic links\n"
+                "\nSystem error 40: Too many levels of symbolic links\n");
+        EXPECT_EQ(result, -1);
+    }
 }
 
 TEST_F(SetOwnerAndModeIfPresent, ReportsAsSetOwnerAndModeDoes)

@@ -184,6 +184,17 @@ TEST_F(PinnedPathTest, OpensWhatALinkOfRootLeadsTo)
     }
 }
 
+TEST_F(PinnedPathTest, IsNotOpenedIfItCannotBeToldFromALink)
+{
+    ASSERT_EQ(lchown("/srv/link", site, users), 0);
+    for (const char* path : {"/srv/link", "/srv/file"}) {
+        const PinnedPath pinned(path);
+        faults::fail("fstat", EIO);
+        EXPECT_FALSE(pinned.openTrusted(O_PATH)) << path;
+        EXPECT_EQ(errno, EIO) << path;
+    }
+}
+
 TEST_F(PinnedPathTest, NeverHoldsALinkOfSomebodyElseThatTakesTheName)
 {
     const auto exchange = [] {

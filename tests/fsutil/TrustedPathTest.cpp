@@ -124,6 +124,15 @@ TEST_P(TrustedPath, LeadsWhereNoLinkIs)
     }
 }
 
+TEST_P(TrustedPath, IsNotOpenedIfItCannotBeToldFromALink)
+{
+    makeLinkOf(site, "/srv/theirs", "a");
+    const Opener withoutLook{0, [] { faults::failAlways("fstat", EIO); }};
+    for (const char* path : {"/srv/theirs", "/srv/a/../theirs", "/srv/file", "/srv/a/../file"}) {
+        EXPECT_EQ(reached(path, O_PATH, withoutLook), "EIO") << path;
+    }
+}
+
 TEST_P(TrustedPath, MayBeTheRootOrTheWorkingDirectory)
 {
     ASSERT_EQ(chdir("/srv/a"), 0);

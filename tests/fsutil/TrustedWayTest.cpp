@@ -266,19 +266,79 @@ TEST_F(TrustedWayTest, HoldsAsManyDirectoriesAsItsPathGoesBack)
     EXPECT_EQ(inodeOf(way.here()), inodeOf(path));
 }
 
-TEST_F(TrustedWayTest, DoesNotAskTheSystemWhereALinkGoesBackFurtherThanWhatItHolds)
+TEST_F(TrustedWayTest, GoesBackFurtherThanWhatItHoldsWhereALinkSaysSo)
 {
     const std::string deep = deepPath(40);
-    makeLink(deep + "/as far as possible", stepsBack(mostHeld - 1));
-    makeLink(deep + "/too far", stepsBack(mostHeld));
+    makeLink(deep + "/held", stepsBack(mostHeld - 1));
+    makeLink(deep + "/not held", stepsBack(mostHeld));
+    makeLink(deep + "/first", stepsBack(39));
+    makeLink(deep + "/above the root", stepsBack(100) + "/srv/a");
+    const struct {
+        const char* link;
+        const char* target;
+    } table[] = {{"held", "/srv/d/d/d/d/d/d/d/d"}, {"not held", "/srv/d/d/d/d/d/d/d"},
+        {"first", "/srv/d"}, {"above the root", "/srv/a"}};
+    for (const auto& row : table) {
+        TrustedWay way(deep);
+        go(way, "srv", 1);
+        go(way, "d", 40);
+        EXPECT_TRUE(way.take(row.link)) << row.link;
+        EXPECT_EQ(inodeOf(way.here()), inodeOf(row.target)) << row.link;
+        EXPECT_EQ(inodeOf(openTrusted((deep + '/' + row.link).c_str(), heldDirectory).get()),
+            inodeOf(row.target))
+            << row.link;
+    }
+}
+
+TEST_F(TrustedWayTest, GoesForthAndBackBehindWhatItHolds)
+{
+    const std::string deep = deepPath(40);
+    makeLink(deep + "/link", stepsBack(mostHeld + 2) + "/d/d/d/" + stepsBack(4));
     TrustedWay way(deep);
     go(way, "srv", 1);
     go(way, "d", 40);
-    EXPECT_FALSE(way.take("too far"));
-    EXPECT_EQ(errno, EMFILE);
-    EXPECT_EQ(inodeOf(way.here()), inodeOf(deep));
-    EXPECT_TRUE(way.take("as far as possible"));
-    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/d/d/d/d/d/d/d/d"));
+    EXPECT_TRUE(way.take("link"));
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv/d/d/d/d"));
+    go(way, "..", 4);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf("/srv"));
+}
+
+TEST_F(TrustedWayTest, DoesNotGoBackToWhereSomebodyHasMovedADirectoryThatItDoesNotHold)
+{
+    const std::string deep = deepPath(40);
+    makeLink(deep + "/link", stepsBack(mostHeld));
+    TrustedWay way(deep);
+    go(way, "srv", 1);
+    go(way, "d", 40);
+    ASSERT_EQ(rename("/srv/d/d/d/d/d/d/d/d", "/srv/a/moved"), 0);
+    EXPECT_FALSE(way.take("link"));
+    EXPECT_EQ(errno, ESTALE);
+    EXPECT_TRUE(way.take("."));
+    ASSERT_EQ(rename("/srv/a/moved", "/srv/d/d/d/d/d/d/d/d"), 0);
+    EXPECT_EQ(inodeOf(way.here()), inodeOf(deep)) << "it stayed where it was";
+    EXPECT_TRUE(way.take("link"));
+}
+
+TEST_F(TrustedWayTest, DoesNotGoBackToWhatItCannotRecognise)
+{
+    const std::string deep = deepPath(40);
+    makeLink(deep + "/link", stepsBack(mostHeld));
+    {
+        TrustedWay way(deep);
+        go(way, "srv", 1);
+        go(way, "d", 40);
+        // The directory of the link is looked at first: whose is it?
+        faults::fail("fstat", EIO, 2);
+        EXPECT_FALSE(way.take("link"));
+        EXPECT_EQ(errno, EIO);
+    }
+    TrustedWay way(deep);
+    faults::failAlways("fstat", EIO);
+    go(way, "srv", 1);
+    go(way, "d", 40);
+    faults::clear();
+    EXPECT_FALSE(way.take("link"));
+    EXPECT_EQ(errno, ESTALE);
 }
 
 TEST_F(TrustedWayTest, ForgetsAtTheRootWhatItCouldNotHoldBefore)
