@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "conf/StandardStreams.h"
+#include "fsutil/TrustedPath.h"
 
 namespace zelto
 {
@@ -74,6 +75,48 @@ size_t lastName(const std::string& text)
     return text.rfind('/', text.find_last_not_of('/')) + 1;
 }
 
+/// A directory below a base.
+struct Way {
+    path base;
+    path below;
+};
+
+/// The way to the directory that an entry stands in. A site directory of the virtual host's that is
+/// kept is a base of its own: like the others it may be a mount point.
+Way wayTo(const SiteDestination& destination, const path& directory)
+{
+    const size_t slash = directory.native().find('/');
+    if (destination.inside && slash != std::string::npos) {
+        const path first = directory.native().substr(0, slash);
+        const path rest = relative(directory.native().substr(slash));
+        if (isKept(first) && !leavesItsBase(rest)) {
+            return {destination.base / first, rest};
+        }
+    }
+    return {destination.base, directory};
+}
+
+/// lstat(2) of a name, without following a link of the user's because separators stand behind it.
+/// @param whole the path that ends in the name.
+int look(int parent, const std::string& name, const path& whole, struct stat& status)
+{
+    const size_t length = name.find_last_not_of('/') + 1;
+    const bool namesDirectory = length > 0 && length < name.size();
+    const std::string bare = namesDirectory ? name.substr(0, length) : name;
+    if (fstatat(parent, bare.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        return -1;
+    }
+    if (!namesDirectory || S_ISDIR(status.st_mode)) {
+        return 0;
+    }
+    if (S_ISLNK(status.st_mode)) {
+        const Descriptor found = openTrusted(whole.c_str(), heldDirectory);
+        return found ? fstat(found.get(), &status) : -1;
+    }
+    errno = ENOTDIR;
+    return -1;
+}
+
 SiteOptions optionsOf(const SiteRemover& site)
 {
     SiteOptions options;
@@ -115,7 +158,7 @@ void EntryRemover::removeAt(const SiteDestination& destination)
     std::string name;
     const int parent = openParent(destination, name);
     struct stat status = {};
-    if (parent == none || fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (parent == none || look(parent, name, destination.path, status) != 0) {
         if (errno != ENOENT) {
             report("lstat", destination.path, errno);
         }
@@ -143,7 +186,8 @@ int EntryRemover::openParent(const SiteDestination& destination, std::string& na
     }
     const size_t nameBegin = lastName(below.native());
     name = below.native().substr(nameBegin);
-    return parent_.of(destination.base, below.native().substr(0, nameBegin));
+    const Way way = wayTo(destination, below.native().substr(0, nameBegin));
+    return parent_.of(way.base, way.below);
 }
 
 std::optional<SiteDestination> existingDestination(

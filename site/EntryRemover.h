@@ -27,7 +27,7 @@ private:
 
     boost::filesystem::path virtualHost_;
     SiteOptions options_;
-    ParentDirectory parent_;
+    ParentDirectory parent_{MountPoints::leftAlone};
     std::optional<PinnedPath> base_; ///< of an entry that is a base itself
 };
 

@@ -3,6 +3,7 @@
 #include <boost/filesystem/path.hpp>
 
 #include "fsutil/Descriptor.h"
+#include "site/MountPoints.h"
 
 namespace zelto
 {
@@ -18,16 +19,28 @@ namespace zelto
 class ParentDirectory
 {
 public:
+    /// @param mountPoints leftAlone is for removing what is in the directory: then no directory
+    ///        below the base, and none that a link leads to, may be a mount point, and the base is
+    ///        held as well and stays the directory that it was at first.
+    explicit ParentDirectory(MountPoints mountPoints = MountPoints::entered)
+        : mountPoints_(mountPoints)
+    {
+    }
+
     /// Opens the directory `below` (relative, may be empty) of a base (empty for the working
     /// directory), or keeps it if it is the one of the last call.
     /// @return a descriptor that stays valid until the next call, or -1 with `errno`: ELOOP for a
-    ///         link that cannot be trusted, EPERM for a way above the base, otherwise as open(2)
-    ///         says.
+    ///         link that cannot be trusted, EPERM for a way above the base, EBUSY for a mount point
+    ///         that is left alone, otherwise as open(2) says.
     int of(const boost::filesystem::path& base, const boost::filesystem::path& below);
 
 private:
+    bool hold(const boost::filesystem::path& base, const boost::filesystem::path& start);
+
+    MountPoints mountPoints_;
     boost::filesystem::path base_;
     boost::filesystem::path below_;
+    Descriptor heldBase_; ///< if mount points are left alone
     Descriptor directory_;
 };
 

@@ -1,7 +1,6 @@
 #include "site/SiteRemover.h"
 
 #include <algorithm>
-#include <iterator>
 #include <utility>
 
 #include "site/EntryRemover.h"
@@ -23,10 +22,10 @@ EntryList listSiteDirectories(const path& virtualHost, const SiteOptions& option
     EntryList entries;
     for (const path name : siteDirectoryNames(emptiedSiteDirectories)) {
         if (const auto tree = existingDestination(name, virtualHost, options)) {
-            EntryList found;
-            listTree(tree->path, found);
-            std::transform(found.begin(), found.end(), std::back_inserter(entries),
-                [&](const path& below) { return name / below; });
+            visitTree(
+                tree->path, {},
+                [&](const path& below, bool /*isFile*/) { entries.push_back(name / below); },
+                MountPoints::leftAlone);
         }
     }
     std::sort(entries.begin(), entries.end(),

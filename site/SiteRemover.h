@@ -34,6 +34,14 @@
 /// itself, ".." goes back to the directory that the way came from, and a path that leads above its
 /// base by ".." is refused (EPERM). A directory exchanged while a tree is listed can only add names
 /// to the list that are looked for in the tree afterwards.
+///
+/// What is mounted in a site is not the site's, be it another file system or a bind mount of the
+/// same one. The directories that are bases may be mount points: the document root, the CGI
+/// directory, the virtual host's and the site directories in it that are kept. Below them a mount
+/// point is an entry itself, whose removal fails (EBUSY), and nothing in it is listed or removed:
+/// an entry that lies in it, an instance's too, cannot be looked at (EBUSY), and a link of root
+/// that leads to it does not open it either. A base is held from the first of its entries on, and
+/// they are sought in it wherever it is by then.
 
 namespace zelto
 {
@@ -61,8 +69,8 @@ struct ZELTO_API TreeEntry {
 /// Removes everything in the document root, in the CGI directory and in "private" of the virtual
 /// host, and keeps these three directories themselves. Symbolic links are removed and never
 /// followed; an option text that names a link empties nothing, unless a separator behind it says
-/// that the directory is meant. A directory that holds something that could not be removed stays
-/// and is reported, too.
+/// that the directory is meant. A directory that holds something that could not be removed, such as
+/// a mount point, stays and is reported, too.
 ///
 /// What cannot be looked at or read while the trees are listed, before anything is removed, is
 /// reported on standard error, as `<path>: <reason>` or with the text of Boost.Filesystem's
@@ -77,7 +85,8 @@ ZELTO_API unsigned int emptySiteDirectories(
 /// to it, a directory before what it holds and otherwise in the order in which the directories give
 /// their entries. A separator at the end of `directory` changes nothing about the paths. Symbolic
 /// links are listed and not followed; `directory` itself may be one, and then that is all there is,
-/// unless it ends in a separator. Failures are reported as for emptySiteDirectories().
+/// unless it ends in a separator. What is mounted in the tree is listed like the rest. Failures are
+/// reported as for emptySiteDirectories().
 /// @param directory need not exist, which is no failure.
 /// @param entries   replaced by the list.
 ZELTO_API void listTree(

@@ -252,16 +252,19 @@ NewDirectory SkeletonCopier::makeDirectory(const SiteDestination& destination)
     }
     const std::string name = nameIn(destination.path);
     const int parent = openParent(destination);
-    if (parent >= 0) {
-        NewDirectory made(parent, name.c_str(), sameOwner);
+    if (parent < 0) {
+        failToMake(destination, errno);
+    }
+    NewDirectory made(parent, name.c_str(), sameOwner);
+    if (!made) {
+        const int error = errno; // what has the name may be gone by the time it is looked at
         struct stat status = {};
-        if (made ||
-            (errno == EEXIST && fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                S_ISDIR(status.st_mode))) {
-            return made;
+        if (error != EEXIST || fstatat(parent, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISDIR(status.st_mode)) {
+            failToMake(destination, error);
         }
     }
-    failToMake(destination, errno);
+    return made;
 }
 
 void SkeletonCopier::reportError(const path& failed, int error)

@@ -80,12 +80,14 @@ void makeIfMissing(const path& directory)
         return;
     }
     const PinnedPath pinned(directory.c_str());
+    if (pinned.reached() && mkdirat(pinned.directory(), pinned.name(), 0777) == 0) {
+        return;
+    }
+    const int error = errno; // what has the name may be gone by the time it is looked at
     struct stat status = {};
-    if (!pinned.reached() ||
-        (mkdirat(pinned.directory(), pinned.name(), 0777) != 0 &&
-            (errno != EEXIST || pinned.look(status) != 0 || !S_ISDIR(status.st_mode)))) {
+    if (error != EEXIST || pinned.look(status) != 0 || !S_ISDIR(status.st_mode)) {
         throw boost::filesystem::filesystem_error("boost::filesystem::create_directory", directory,
-            boost::system::error_code(errno, boost::system::system_category()));
+            boost::system::error_code(error, boost::system::system_category()));
     }
 }
 

@@ -8,14 +8,18 @@
 #include <dirent.h>
 #include <exception>
 #include <fcntl.h>
+#include <linux/openat2.h>
 #include <memory>
 #include <ostream>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
 
 #include "conf/StandardStreams.h"
 #include "fsutil/Descriptor.h"
+#include "fsutil/MountPoint.h"
+#include "fsutil/OpenAt2.h"
 #include "fsutil/PinnedPath.h"
 #include "fsutil/TrustedPath.h"
 
@@ -51,9 +55,28 @@ struct CloseDirectory {
         boost::system::error_code(errno, boost::system::system_category()));
 }
 
-std::unique_ptr<DIR, CloseDirectory> openToRead(const path& directory)
+constexpr int toRead = O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC;
+
+/// Opens a directory that is to be emptied. EXDEV: it is a mount point.
+Descriptor openToEmpty(int parent, const char* name)
 {
-    Descriptor file = openTrusted(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NONBLOCK);
+    open_how how = {};
+    how.flags = toRead;
+    how.resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS;
+    Descriptor directory(openAt2(parent, name, how));
+    if (!directory && errno == ENOSYS) {
+        directory.reset(openat(parent, name, toRead | O_NOFOLLOW));
+        if (directory && isMountPoint(directory.get()).value_or(true)) {
+            directory.reset();
+            errno = EXDEV;
+        }
+    }
+    return directory;
+}
+
+/// @param file the directory, or none with `errno`.
+std::unique_ptr<DIR, CloseDirectory> streamOf(const path& directory, Descriptor file)
+{
     std::unique_ptr<DIR, CloseDirectory> stream(file ? fdopendir(file.get()) : nullptr);
     if (!stream) {
         fail("construct", directory);
@@ -67,9 +90,9 @@ bool isDots(const char* name)
     return std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0;
 }
 
-void readDirectory(const path& directory, std::vector<Entry>& entries)
+void readDirectory(const path& directory, Descriptor file, std::vector<Entry>& entries)
 {
-    const auto stream = openToRead(directory);
+    const auto stream = streamOf(directory, std::move(file));
     while (true) {
         errno = 0;
         // NOLINTNEXTLINE(concurrency-mt-unsafe): the stream is nobody else's
@@ -86,21 +109,21 @@ void readDirectory(const path& directory, std::vector<Entry>& entries)
     }
 }
 
-DirectoryContent contentOf(const path& directory)
+DirectoryContent contentOf(const path& directory, Descriptor file)
 {
     DirectoryContent content;
     try {
-        readDirectory(directory, content.entries);
+        readDirectory(directory, std::move(file), content.entries);
     } catch (const std::exception&) {
         content.error = std::current_exception();
     }
     return content;
 }
 
-bool isDirectory(const path& examined)
+bool isDirectory(const PinnedPath& pinned, const path& examined)
 {
     struct stat status = {};
-    if (PinnedPath(examined.c_str()).look(status) == 0) {
+    if (pinned.look(status) == 0) {
         return S_ISDIR(status.st_mode);
     }
     if (errno != ENOENT) {
@@ -114,7 +137,10 @@ bool isDirectory(const path& examined)
 class Listing
 {
 public:
-    Listing(const path& base, const Visit& told) : base_(base), told_(told) {}
+    Listing(const path& base, const Visit& told, MountPoints mountPoints)
+        : base_(base), told_(told), leavesMountPoints_(mountPoints == MountPoints::leftAlone)
+    {
+    }
 
     void walk(const path& top)
     {
@@ -154,9 +180,36 @@ private:
     void visit(const Entry& entry)
     {
         told_(entry.name, entry.type == DT_REG);
-        if (!isKnownAsNoDirectory(entry.type) && isDirectory(base_ / entry.name)) {
-            levels_.push_back({entry.name, contentOf(base_ / entry.name), 0});
+        if (isKnownAsNoDirectory(entry.type)) {
+            return;
         }
+        const path whole = base_ / entry.name;
+        if (leavesMountPoints_ && !levels_.empty()) {
+            enterUnlessMounted(entry.name, whole);
+        } else if (isDirectory(PinnedPath(whole.c_str()), whole)) {
+            enter(entry.name, whole, openTrusted(whole.c_str(), toRead));
+        }
+    }
+
+    void enterUnlessMounted(const path& relative, const path& whole)
+    {
+        Descriptor directory;
+        {
+            const PinnedPath pinned(whole.c_str());
+            if (!isDirectory(pinned, whole)) {
+                return;
+            }
+            directory = openToEmpty(pinned.directory(), pinned.name());
+        }
+        if (directory || errno != EXDEV) {
+            enter(relative, whole, std::move(directory));
+        }
+    }
+
+    /// @param directory to be read, or none with `errno`.
+    void enter(const path& relative, const path& whole, Descriptor directory)
+    {
+        levels_.push_back({relative, contentOf(whole, std::move(directory)), 0});
     }
 
     /// Looking at an entry takes the right to search its directory, which root always has. On
@@ -168,15 +221,16 @@ private:
 
     const path& base_;
     const Visit& told_;
+    const bool leavesMountPoints_;
     std::vector<Level> levels_;
     const bool isRoot_ = geteuid() == 0;
 };
 
 } // namespace
 
-void visitTree(const path& base, const path& relative, const Visit& told)
+void visitTree(const path& base, const path& relative, const Visit& told, MountPoints mountPoints)
 {
-    Listing(base, told).walk(relative);
+    Listing(base, told, mountPoints).walk(relative);
 }
 
 void listTree(const path& base, const path& relative, EntryList& entries)

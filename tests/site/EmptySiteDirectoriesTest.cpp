@@ -178,9 +178,11 @@ TEST_F(EmptySiteDirectories, ReportsWhatCannotBeRemovedAndItsDirectoryAndGoesOn)
 TEST_F(EmptySiteDirectories, ReportsAMountPointOnce)
 {
     makeDirs("/srv/web/d/mounted");
-    const MountPoint point("/srv/web/d/mounted");
+    makeFile("/srv/web/d/mounted/kept", "");
+    const MountPoint point("/srv/web/d/mounted", "/srv/web/d/mounted");
     EXPECT_EQ(messagesOfEmptying(), "rmdir(\"/srv/web/d/mounted\"): Device or resource busy\n"
                                     "rmdir(\"/srv/web/d\"): Directory not empty\n");
+    EXPECT_TRUE(exists("/srv/web/d/mounted/kept"));
 }
 
 TEST_F(EmptySiteDirectories, GoesThroughTheTreesFromTheLastPathToTheFirst)
@@ -283,6 +285,7 @@ TEST_F(EmptySiteDirectories, OpensADirectoryOnceForAllOfItsFiles)
     EXPECT_EQ(faults::calls("openat2"), 2 * 4 + 3);
     EXPECT_EQ(faults::calls("openat"), 0);
     EXPECT_EQ(faults::calls("open"), 0);
+    EXPECT_EQ(faults::calls("statx"), 0);
 }
 
 TEST_F(EmptySiteDirectories, LeavesNoDescriptorOpen)

@@ -63,6 +63,24 @@ TEST_F(ParentDirectoryTest, IsOpenedOnceForTheEntriesThatShareIt)
     EXPECT_EQ(inodeOf(parent_.of("/srv/a/b", "")), inodeOf("/srv/a/b"));
 }
 
+TEST_F(ParentDirectoryTest, ForRemovalIsFoundFromABaseThatIsHeld)
+{
+    makeDirs("/srv/a/b");
+    makeDirs("/srv/a/c");
+    makeDirs("/srv/d/c");
+    ParentDirectory parent(zelto::MountPoints::leftAlone);
+    faults::clear();
+    EXPECT_EQ(inodeOf(parent.of("/srv/a", "b")), inodeOf("/srv/a/b"));
+    EXPECT_EQ(inodeOf(parent.of("/srv/a", "")), inodeOf("/srv/a"));
+    EXPECT_EQ(inodeOf(parent.of("/srv/a", "c")), inodeOf("/srv/a/c"));
+    EXPECT_EQ(faults::calls("openat2"), 3);
+    EXPECT_EQ(inodeOf(parent.of("/srv/d", "")), inodeOf("/srv/d"));
+    EXPECT_EQ(inodeOf(parent.of("/srv/d", "c")), inodeOf("/srv/d/c"));
+    EXPECT_EQ(parent.of("/srv/none", "b"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_EQ(inodeOf(parent.of("/srv/a", "c")), inodeOf("/srv/a/c"));
+}
+
 TEST_F(ParentDirectoryTest, IsTriedAgainWhenItCouldNotBeOpened)
 {
     EXPECT_EQ(parent_.of("/srv", "missing"), -1);

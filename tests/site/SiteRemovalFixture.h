@@ -46,14 +46,18 @@ protected:
     faults::Guard guard_;
 };
 
-/// Keeps a file or directory from being removed for as long as the object lives: a mount point
-/// answers with EBUSY.
+/// Something mounted on a file or directory for as long as the object lives: an empty tmpfs, or a
+/// place of the same file system, which may be the file or directory itself.
 class MountPoint
 {
 public:
     explicit MountPoint(std::string path) : path_(std::move(path))
     {
-        EXPECT_EQ(mount(path_.c_str(), path_.c_str(), "none", MS_BIND, nullptr), 0);
+        EXPECT_EQ(mount("private", path_.c_str(), "tmpfs", 0, "mode=0755"), 0);
+    }
+    MountPoint(const std::string& source, std::string path) : path_(std::move(path))
+    {
+        EXPECT_EQ(mount(source.c_str(), path_.c_str(), "none", MS_BIND, nullptr), 0);
     }
     ~MountPoint() { EXPECT_EQ(umount2(path_.c_str(), MNT_DETACH), 0); }
     MountPoint(const MountPoint&) = delete;

@@ -46,8 +46,8 @@ private:
 
 TEST_F(SiteRemovalRace, ALinkPlantedBetweenListingAndRemovalIsRefused)
 {
-    // Nine lead to the three trees and through them; the next is "d" for "y".
-    faults::runBefore("openat2", 10, [] {
+    // Nine lead to the three trees and through them; then come the document root and "d" for "y".
+    faults::runBefore("openat2", 11, [] {
         move("/srv/web/d", "/srv/web/moved");
         plant("/srv/web/d", "/srv/victim");
     });
@@ -62,7 +62,7 @@ TEST_F(SiteRemovalRace, ALinkPlantedBetweenListingAndRemovalIsRefused)
 TEST_F(SiteRemovalRace, ALinkPlantedDeeperOnTheWayIsRefused)
 {
     // As above, then "d/e" for "e/x".
-    faults::runBefore("openat2", 11, [] {
+    faults::runBefore("openat2", 12, [] {
         move("/srv/web/d/e", "/srv/web/moved");
         plant("/srv/web/d/e", "/srv/victim/e");
     });
@@ -125,15 +125,31 @@ TEST_F(SiteRemovalRace, ADirectoryThatReplacesAFileIsNotUnlinked)
     EXPECT_TRUE(exists("/srv/web/d/y"));
 }
 
-TEST_F(SiteRemovalRace, ALinkWithASeparatorBehindItLeadsNowhere)
+TEST_F(SiteRemovalRace, ALinkWithASeparatorBehindItIsRefusedWhateverItLeadsTo)
+{
+    makeDirs(host + "/private");
+    makeDirs("/srv/empty");
+    makeFile("/srv/file", "");
+    for (const char* target : {"/srv/empty", "/srv/file", "/srv/none"}) {
+        plantLink(host + "/private/link", target);
+        for (const char* entry :
+            {"private/link/", "private/link//", "/private/link/", "private/link/."}) {
+            EXPECT_EQ(messagesOf(entry), "lstat(\"" +
+                                             (boost::filesystem::path(host) / entry).native() +
+                                             "\"): Too many levels of symbolic links\n");
+        }
+        ASSERT_EQ(unlink((host + "/private/link").c_str()), 0);
+    }
+    EXPECT_TRUE(exists("/srv/empty"));
+}
+
+TEST_F(SiteRemovalRace, ALinkOfRootThatLeadsThroughOneOfTheUserIsRefusedWithASeparatorToo)
 {
     makeDirs(host + "/conf");
-    makeDirs("/srv/empty");
-    plantLink(host + "/conf/link", "/srv/empty");
-    EXPECT_EQ(messagesOf("conf/link/"), "rmdir(\"" + host + "/conf/link/\"): Not a directory\n");
-    EXPECT_TRUE(exists("/srv/empty"));
-    EXPECT_EQ(messagesOf("conf/link/."),
-        "lstat(\"" + host + "/conf/link/.\"): Too many levels of symbolic links\n");
+    plantLink(host + "/conf/theirs", "/srv/victim");
+    makeLink(host + "/conf/ours", "theirs");
+    EXPECT_EQ(messagesOf("conf/ours/"),
+        "lstat(\"" + host + "/conf/ours/\"): Too many levels of symbolic links\n");
 }
 
 TEST_F(SiteRemovalRace, ALinkOfTheUserOnTheWayIsRefusedAndOneOfRootFollowed)
@@ -152,8 +168,8 @@ TEST_F(SiteRemovalRace, ALinkOfTheUserOnTheWayIsRefusedAndOneOfRootFollowed)
 
 TEST_F(SiteRemovalRace, TheWayBackDoesNotFollowADirectoryThatWasMoved)
 {
-    // "d/e" was gone back from; now it is sought anew.
-    faults::runBefore("openat2", 2, [] { move("/srv/web/d/e", "/srv/victim/moved"); });
+    // "d/e" was gone back from and the document root held; now "d/e" is sought anew.
+    faults::runBefore("openat2", 3, [] { move("/srv/web/d/e", "/srv/victim/moved"); });
     EXPECT_EQ(messagesOf("httpdocs/d/e/../e/x"), "");
     EXPECT_TRUE(exists("/srv/victim/moved/x"));
     move("/srv/victim/moved", "/srv/web/d/e");
@@ -179,16 +195,28 @@ TEST_F(SiteRemovalRace, ALastDotDotNeverRemovesWhereItLeadsByNow)
     EXPECT_TRUE(exists("/srv/web/d/y"));
 }
 
-TEST_F(SiteRemovalRace, ATreeThatTheUserMakesALinkAfterTheListingIsRefused)
+TEST_F(SiteRemovalRace, ATreeThatTheUserMakesALinkWhileItIsEmptiedIsEmptiedWhereItIs)
 {
-    // "y" in "d" is the first; "e/x" is next, and its way begins at the document root again.
+    // "y" in "d" is the first, and the document root is held by then.
     faults::runBefore("unlinkat", 1, [] {
         move("/srv/web", "/srv/moved");
         plant("/srv/web", "/srv/victim");
     });
-    EXPECT_EQ(messagesOfEmptying(), "lstat(\"/srv/web/d/e/x\"): Too many levels of symbolic links\n"
+    EXPECT_EQ(messagesOfEmptying(), "");
+    EXPECT_EQ(treeOf("/srv/moved"), emptyDirectory);
+}
+
+TEST_F(SiteRemovalRace, ATreeThatTheUserMakesALinkAfterTheListingIsRefused)
+{
+    // Nine lead to the three trees and through them; the next is the document root's.
+    faults::runBefore("openat2", 10, [] {
+        move("/srv/web", "/srv/moved");
+        plant("/srv/web", "/srv/victim");
+    });
+    EXPECT_EQ(messagesOfEmptying(), "lstat(\"/srv/web/d/y\"): Too many levels of symbolic links\n"
+                                    "lstat(\"/srv/web/d/e/x\"): Too many levels of symbolic links\n"
                                     "lstat(\"/srv/web/d/e\"): Too many levels of symbolic links\n"
                                     "lstat(\"/srv/web/d\"): Too many levels of symbolic links\n");
     EXPECT_TRUE(exists("/srv/moved/d/e/x"));
-    EXPECT_FALSE(exists("/srv/moved/d/y"));
+    EXPECT_TRUE(exists("/srv/moved/d/y"));
 }

@@ -224,6 +224,11 @@ TEST_F(SiteRoads, AVirtualHostThatAppearsMeanwhileIsKeptIfItIsADirectory)
     EXPECT_EQ(contentOf(shop), "theirs");
     EXPECT_EQ(installWhile([] { plantLink(shop, "/srv/real"); }), isThere);
     EXPECT_EQ(treeOf("/srv/real"), real_);
+    EXPECT_EQ(installWhile([] {
+        makeFile(shop, "theirs");
+        faults::runBefore("fstatat", 1, [] { ASSERT_EQ(unlink(shop), 0); });
+    }),
+        isThere);
     EXPECT_EQ(installWhile([] { makeDir(shop, {0711, site, users}); }), "nothing");
     EXPECT_EQ(accessOf(shop), "0711 site:users");
     EXPECT_TRUE(exists(subdomain + "/conf/c"));

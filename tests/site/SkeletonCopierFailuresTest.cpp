@@ -61,6 +61,16 @@ TEST_F(SkeletonCopierTest, AFileThatAppearsInADirectorysPlaceMeanwhileStopsEvery
     EXPECT_EQ(contentOf("/srv/v/conf") + contentOf("/srv/w/web"), "theirstheirs");
 }
 
+TEST_F(SkeletonCopierTest, AFileThatAppearsMeanwhileAndIsGoneAgainIsStillWhatStoppedEverything)
+{
+    faults::runBefore("mkdirat", 1, [] { makeFile("/srv/v/conf", "theirs"); });
+    // Destination and source are looked at, then twice what took the directory's place.
+    faults::runBefore("fstatat", 4, [] { ASSERT_EQ(unlink("/srv/v/conf"), 0); });
+    EXPECT_EQ(
+        failureOf("conf"), "boost::filesystem::create_directory: File exists: \"/srv/v/conf\"");
+    EXPECT_FALSE(exists("/srv/v/conf"));
+}
+
 TEST_F(SkeletonCopierTest, ADirectorysGroupIsNotChecked)
 {
     ASSERT_EQ(chmod("/srv/s/conf", 0700), 0);
