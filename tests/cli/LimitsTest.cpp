@@ -33,6 +33,13 @@ protected:
         makeLink(shop + "/httpdocs/astray", "/srv/www");
     }
 
+    /// A creation whose web root lies several directories deep that are not there.
+    static Arguments deepCreation()
+    {
+        return creation({"--www-root=" + shop + "/one/two/three/httpdocs",
+            "--cgi-bin-path=" + shop + "/one/cgi-bin"});
+    }
+
     /// The last two tell of a failure.
     static std::vector<Operation> operations()
     {
@@ -57,6 +64,14 @@ protected:
         };
     }
 
+    /// These, and the one that makes directories whose modes the umask cuts.
+    static std::vector<Operation> everyOperation()
+    {
+        std::vector<Operation> all = operations();
+        all.push_back({"create with a deep web root", deepCreation(), makeSkeleton});
+        return all;
+    }
+
     static void startOver(const Operation& operation)
     {
         ASSERT_EQ(runProgram("/bin/rm", {"rm", "-rf", root + "/.skel", subdomains}).status, 0);
@@ -65,10 +80,10 @@ protected:
     }
 
     /// Expects the result and the reports of a run that starts as usual.
-    static void expectAsUsual(
-        const std::function<void()>& change, bool sameOut = true, bool sameErr = true)
+    static void expectAsUsual(const std::function<void()>& change, bool sameOut = true,
+        bool sameErr = true, const std::vector<Operation>& all = everyOperation())
     {
-        for (const Operation& operation : operations()) {
+        for (const Operation& operation : all) {
             SCOPED_TRACE(operation.name);
             startOver(operation);
             const Outcome usual = run(operation.arguments);
@@ -108,34 +123,42 @@ protected:
     {
         makeDirs(shop + "/conf");
         makeDirs(shop + "/error_docs");
+        makeDir(tree);
         int here = begin();
         for (int level = 0; level < levels; ++level) {
-            EXPECT_EQ(mkdirat(here, name.c_str(), 0755), 0);
+            EXPECT_EQ(mkdirat(here, name.c_str(), 0700), 0);
             here = next(here);
-            close(openat(here, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0644));
+            close(openat(here, "file", O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
         }
         close(here);
     }
 
-    /// The levels that, with their file, belong to the user.
-    static int levelsOf(uid_t owner)
+    /// The levels that belong to the user and have the mode, with the file in them.
+    static int levelsWith(uid_t owner, mode_t directoryMode, mode_t fileMode)
     {
         int count = 0;
         for (int here = begin(); here >= 0; here = next(here)) {
             struct stat directory = {};
             struct stat file = {};
             count += fstat(here, &directory) == 0 && fstatat(here, "file", &file, 0) == 0 &&
-                             directory.st_uid == owner && file.st_uid == owner
+                             has(directory, owner, directoryMode) && has(file, owner, fileMode)
                          ? 1
                          : 0;
         }
         return count;
     }
 
+    inline static const std::string tree = shop + "/tree";
+
 private:
     inline static const std::string name = std::string(200, 'n');
 
-    static int begin() { return open(shop.c_str(), O_PATH | O_CLOEXEC); }
+    static bool has(const struct stat& status, uid_t owner, mode_t mode)
+    {
+        return status.st_uid == owner && (status.st_mode & 07777U) == mode;
+    }
+
+    static int begin() { return open(tree.c_str(), O_PATH | O_CLOEXEC); }
 
     static int next(int here)
     {
@@ -183,7 +206,7 @@ TEST_F(Limits, DoNotMatterWhereAllSignalsAreBlocked)
 TEST_F(Limits, DoNotMatterWhereNothingOrEverythingIsMasked)
 {
     for (const mode_t mask : {0U, 0777U}) {
-        expectAsUsual([mask] { umask(mask); });
+        expectAsUsual([mask] { umask(mask); }, true, true, operations());
     }
 }
 
@@ -228,6 +251,27 @@ TEST_F(Limits, OfTheSizeOfFilesAreToldForEachFileThatIsNotWritten)
     EXPECT_EQ(contentOf(shop + "/conf/site"), "ServerName example.test\n");
 }
 
+TEST_F(Limits, LeaveEveryLevelOfADeepWebRootWithItsAccess)
+{
+    makeDirs(skeleton);
+    for (const auto& [mask, cut] : {std::pair{0022U, "0750"}, {0U, "0750"}, {0777U, "0000"}}) {
+        SCOPED_TRACE(cut);
+        const auto beOdd = [mask = mask] {
+            umask(mask);
+            limit(RLIMIT_FSIZE, 0);
+            beNarrow();
+        };
+        expectSilent(run(deepCreation(), {.inChild = beOdd}), 0);
+        for (const char* made : {"/one", "/one/two", "/one/two/three"}) {
+            EXPECT_EQ(accessOf(shop + made), std::string(cut) + " site:kvoserv") << made;
+        }
+        for (const char* named : {"/one/cgi-bin", "/one/two/three/httpdocs"}) {
+            EXPECT_EQ(accessOf(shop + named), "0750 site:kvoserv") << named;
+        }
+        ASSERT_EQ(runProgram("/bin/rm", {"rm", "-rf", shop}).status, 0);
+    }
+}
+
 TEST_F(Limits, OfTheSizeOfFilesDoNotMatterWhereNoneIsWritten)
 {
     const auto noFiles = [] { limit(RLIMIT_FSIZE, 0); };
@@ -261,5 +305,13 @@ TEST_F(LongNames, AreRemovedAtTenThousandLevels)
 TEST_F(LongNames, ChangeTheirOwnerAtTenThousandLevels)
 {
     expectSilent(run(change({"--skip-www-root", "--skip-cgi-bin"}), {.inChild = beNarrow}), 0);
-    EXPECT_EQ(levelsOf(other), levels);
+    EXPECT_EQ(levelsWith(other, 0700, 0600), levels);
+}
+
+TEST_F(LongNames, ChangeTheirOwnerAndModeAtTenThousandLevels)
+{
+    makeDirs(skeleton);
+    const Arguments handingOver = creation({"--www-root=" + tree, "--skip-cgi-bin"});
+    expectSilent(run(handingOver, {.inChild = beNarrow}), 0);
+    EXPECT_EQ(levelsWith(site, 0755, 0755), levels);
 }

@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <fstream>
 
 #include "tests/cli/Site.h"
+#include "tests/lib/LargeTree.h"
 
 namespace
 {
@@ -26,8 +28,9 @@ protected:
         }
     }
 
-    /// The calls of a run, memory management apart, which differs with the way of building.
-    static long callsOf(Arguments arguments)
+    /// The calls of a run as strace writes them, memory management apart, which differs with the
+    /// way of building.
+    static std::vector<std::string> traceOf(Arguments arguments)
     {
         const std::string trace = "/srv/trace";
         arguments.insert(
@@ -38,12 +41,19 @@ protected:
             "/usr/bin/strace", arguments, {.environment = {"ASAN_OPTIONS=detect_leaks=0"}});
         EXPECT_EQ(end.err, "");
         EXPECT_EQ(end.status, 0);
-        long calls = 0;
+        std::vector<std::string> calls;
         std::ifstream lines(trace);
         for (std::string line; std::getline(lines, line);) {
-            calls += line.find(" +++ ") == std::string::npos ? 1 : 0;
+            if (line.find(" +++ ") == std::string::npos) {
+                calls.push_back(line);
+            }
         }
         return calls;
+    }
+
+    static long callsOf(const Arguments& arguments)
+    {
+        return static_cast<long>(traceOf(arguments).size());
     }
 
     static long callsFor(int directories, int filesEach, const Arguments& arguments)
@@ -66,12 +76,52 @@ protected:
         return (callsFor(110, 0, arguments) - callsFor(10, 0, arguments) + 99) / 100;
     }
 
+    /// What an entry costs where a directory holds 100 files.
+    static double perEntry(const Arguments& arguments)
+    {
+        return static_cast<double>(callsFor(30, 100, arguments) - callsFor(10, 100, arguments)) /
+               (20 * 101);
+    }
+
+    /// Makes "tree" a chain of directories instead.
+    static long callsForChain(int levels, const Arguments& arguments)
+    {
+        makeSite(0, 0);
+        makeDeepTree(shop + "/tree/deep", levels, 0, 0);
+        return callsOf(arguments);
+    }
+
     static Arguments owning() { return change({"--skip-www-root", "--skip-cgi-bin"}); }
 
     /// Changes the owner and then the mode of everything in "tree".
     static Arguments owningAndSettingModes()
     {
         return creation({"--www-root=" + shop + "/tree", "--skip-cgi-bin"});
+    }
+};
+
+/// Creations from a skeleton of many files, the token in each.
+class SystemCallsOfCreation : public SystemCalls
+{
+protected:
+    static constexpr int files = 1000;
+
+    SystemCallsOfCreation()
+    {
+        for (int file = 0; file < files; ++file) {
+            const std::string directory = skeleton + "/httpdocs/" + std::to_string(file / 100);
+            makeDirs(directory);
+            makeFile(directory + "/page" + std::to_string(file), "<h1>@domain_name@</h1>");
+        }
+    }
+
+    /// How often a file of the skeleton was opened, or a new one under its name.
+    static long timesOpened(const std::vector<std::string>& trace)
+    {
+        return std::count_if(trace.begin(), trace.end(), [](const std::string& call) {
+            return call.find(" open") != std::string::npos &&
+                   call.find("page") != std::string::npos;
+        });
     }
 };
 
@@ -97,4 +147,28 @@ TEST_F(SystemCalls, AreNoMoreThanTenForADirectory)
     EXPECT_LE(perDirectory(removal()), 10);
     EXPECT_LE(perDirectory(owning()), 10);
     EXPECT_LE(perDirectory(owningAndSettingModes()), 20);
+}
+
+TEST_F(SystemCalls, AreAFewPerCentMoreThanTheEntriesOfDirectoriesWithAHundredFiles)
+{
+    EXPECT_LE(perEntry(removal()), 1.05);
+    EXPECT_LE(perEntry(owning()), 1.06);
+    EXPECT_LE(perEntry(owningAndSettingModes()), 2 * 1.06);
+}
+
+TEST_F(SystemCalls, AreNoMoreThanSevenForALevelOfADeepChainToRemove)
+{
+    const long shallow = callsForChain(1000, removal());
+    EXPECT_LE(callsForChain(4000, removal()) - shallow, 7 * 3000);
+}
+
+TEST_F(SystemCallsOfCreation, AreNoMoreThanFourteenForAFileOfTheSkeletonAllInAll)
+{
+    EXPECT_LE(callsOf(usualCreation()), 14 * files);
+}
+
+TEST_F(SystemCallsOfCreation, OpenNoSourceOfAFileThatIsThere)
+{
+    EXPECT_GE(timesOpened(traceOf(usualCreation())), files);
+    EXPECT_EQ(timesOpened(traceOf(usualCreation())), 0);
 }

@@ -4,6 +4,7 @@
 
 #include "tests/disturbed/DisturbedRun.h"
 #include "tests/disturbed/PassedOver.h"
+#include "tests/disturbed/Reports.h"
 
 namespace
 {
@@ -74,7 +75,8 @@ protected:
             return "no effect";
         }
         if (!end.err.empty()) {
-            return "told, " + std::to_string(end.status);
+            const std::string fault = failed.allowance.cutReports ? "" : faultOfReports(end);
+            return fault.empty() ? "told, " + std::to_string(end.status) : fault;
         }
         if (failed.allowance.silence) {
             return "passed over";

@@ -21,6 +21,7 @@ struct Allowance {
 
     bool silence = false; ///< another result, without a word
     Lasting lasting = Lasting::nothing;
+    bool cutReports = false; ///< what is said may lack a part
 };
 
 /// Whether the kernel can let this call fail at all.

@@ -17,16 +17,26 @@ namespace
 constexpr uid_t other = 1002;
 constexpr gid_t kvoserv = 2001;
 
-/// The user's own directory outside of the site.
-const std::string home = "/srv/home";
 /// Belongs to the user and holds what is not the user's.
 const std::string beside = home + "/beside";
 const std::string sentinel = "/srv/sentinel";
 
+std::string topOf(Place place)
+{
+    return place == Place::atHome ? home : shop;
+}
+
 /// What stands in the sentinel tree for a path of the site.
 std::string twinOf(const std::string& path)
 {
-    return sentinel + path.substr(domain.size());
+    const std::string above = path.starts_with(domain) ? domain : "/srv";
+    return sentinel + path.substr(above.size());
+}
+
+/// Whether the sentinel tree has a twin of it, if it is a file or a directory.
+bool isOfSite(const std::string& path)
+{
+    return path.starts_with(subdomains) || path == home || path.starts_with(home + "/user");
 }
 
 void require(bool done, const std::string& what)
@@ -88,6 +98,16 @@ void makePrecious(const std::string& path, mode_t type, size_t number)
 
 } // namespace
 
+std::string webRootIn(Place place)
+{
+    return topOf(place) + "/user/middle/httpdocs";
+}
+
+std::string cgiDirectoryIn(Place place)
+{
+    return topOf(place) + "/user/middle/cgi-bin";
+}
+
 const char* nameOf(Kind kind)
 {
     switch (kind) {
@@ -107,6 +127,8 @@ const char* nameOf(Kind kind)
         return "WebRootItself";
     case Kind::handedOut:
         return "ConfWhileHandedOut";
+    case Kind::confItself:
+        return "ConfAndErrorDocsThemselves";
     case Kind::road:
         return "RoadToTheSubdomain";
     }
@@ -126,8 +148,9 @@ bool step(const Exchange& exchange)
     return errno == ENOENT && rename(inside, elsewhere) == 0;
 }
 
-Ground::Ground(Kind kind, Size size)
-    : directories_(size == Size::small ? 1 : 3), files_(size == Size::small ? 1 : 3)
+Ground::Ground(Kind kind, Size size, Place place)
+    : directories_(size == Size::small ? 1 : 3), files_(size == Size::small ? 1 : 3),
+      top_(topOf(place)), webRoot_(webRootIn(place)), cgiDirectory_(cgiDirectoryIn(place))
 {
     add({home, S_IFDIR, 0755, user, users, ""});
     add({beside, S_IFDIR, 0755, user, users, ""});
@@ -136,6 +159,7 @@ Ground::Ground(Kind kind, Size size)
     addSkeleton();
     addExchanges(kind);
     layOutSentinel();
+    writeDescriptor();
 }
 
 void Ground::addFolder(const std::string& path, int directories, int files)
@@ -160,14 +184,15 @@ void Ground::addFolder(const std::string& path, int directories, int files)
 
 void Ground::addSite(Kind kind)
 {
+    const bool inConf = kind == Kind::handedOut || kind == Kind::confItself;
     add({subdomains, S_IFDIR, 0755, 0, 0, ""});
-    add({shop, S_IFDIR, 0755, 0, 0, ""});
-    add({shop + "/user", S_IFDIR, 0700, user, users, ""});
-    add({shop + "/user/middle", S_IFDIR, 0700, user, users, ""});
-    addFolder(webRoot, directories_, files_);
-    addFolder(cgiDirectory, 0, 1);
-    addFolder(shop + "/conf", kind == Kind::handedOut ? 1 : 0, 1);
-    addFolder(shop + "/error_docs", kind == Kind::handedOut ? 1 : 0, 1);
+    add({shop, S_IFDIR, 0755, kind == Kind::confItself ? user : 0, 0, ""});
+    add({top_ + "/user", S_IFDIR, 0700, user, users, ""});
+    add({top_ + "/user/middle", S_IFDIR, 0700, user, users, ""});
+    addFolder(webRoot_, directories_, files_);
+    addFolder(cgiDirectory_, 0, 1);
+    addFolder(shop + "/conf", inConf ? 1 : 0, 1);
+    addFolder(shop + "/error_docs", inConf ? 1 : 0, 1);
 }
 
 /// For each directory of the web root the skeleton has a file and a directory that it lacks.
@@ -191,11 +216,28 @@ void Ground::addSkeleton()
         add({web + directory + "/new", S_IFREG, 0644, 0, 0, "@domain_name@"});
         add({web + directory + "/newdir", S_IFDIR, 0755, 0, 0, ""});
         add({web + directory + "/newdir/inner", S_IFREG, 0644, 0, 0, "@domain_name@"});
-        add({webRoot + directory + "/new", 0, 0, 0, 0, ""});
-        add({webRoot + directory + "/newdir", 0, 0, 0, 0, ""});
+        add({webRoot_ + directory + "/new", 0, 0, 0, 0, ""});
+        add({webRoot_ + directory + "/newdir", 0, 0, 0, 0, ""});
     }
     add({skeleton + "/cgi-bin/new", S_IFREG, 0755, 0, 0, "@domain_name@"});
-    add({cgiDirectory + "/new", 0, 0, 0, 0, ""});
+    add({cgiDirectory_ + "/new", 0, 0, 0, 0, ""});
+}
+
+std::string Ground::sectionOf(const char* prefix, const std::string& directory) const
+{
+    std::string section = "<SECTION PREFIX=\"" + std::string(prefix) + "\">";
+    for (const Entry& entry : entries_) {
+        if (entry.type != 0 && entry.path.starts_with(directory + "/")) {
+            section += "<FILE>" + entry.path.substr(directory.size() + 1) + "</FILE>";
+        }
+    }
+    return section + "</SECTION>";
+}
+
+void Ground::writeDescriptor() const
+{
+    makeFile(descriptor, "<INSTANCE-DATA>" + sectionOf("htdocs", webRoot_) +
+                             sectionOf("cgi-bin", cgiDirectory_) + "</INSTANCE-DATA>");
 }
 
 void Ground::exchange(const std::string& inside, const std::string& elsewhere, mode_t type)
@@ -218,7 +260,7 @@ void Ground::move(const std::string& inside, const std::string& name)
 
 void Ground::addExchangesInDirectory(Kind kind, const std::string& number)
 {
-    const std::string directory = webRoot + "/d" + number;
+    const std::string directory = webRoot_ + "/d" + number;
     const std::string file = directory + "/f0";
     switch (kind) {
     case Kind::directoryForLink:
@@ -251,14 +293,18 @@ void Ground::addExchanges(Kind kind)
         addExchangesInDirectory(kind, std::to_string(number));
     }
     if (kind == Kind::middle) {
-        exchange(shop + "/user/middle", home + "/middle", S_IFDIR);
+        exchange(top_ + (top_ == home ? "/user" : "/user/middle"), home + "/middle", S_IFDIR);
     } else if (kind == Kind::base) {
-        exchange(webRoot, home + "/web", S_IFDIR);
-        exchange(cgiDirectory, home + "/cgi", S_IFDIR);
+        exchange(webRoot_, home + "/web", S_IFDIR);
+        exchange(cgiDirectory_, home + "/cgi", S_IFDIR);
     } else if (kind == Kind::handedOut) {
         exchange(shop + "/conf/d0", home + "/conf", S_IFDIR);
         exchange(shop + "/conf/f0", home + "/conf_file", S_IFREG);
         exchange(shop + "/error_docs/d0", home + "/error_docs", S_IFDIR);
+    } else if (kind == Kind::confItself) {
+        // A directory of root's goes nowhere else.
+        exchange(shop + "/conf", shop + "/conf_link", S_IFDIR);
+        exchange(shop + "/error_docs", shop + "/error_docs_link", S_IFDIR);
     } else if (kind == Kind::road) {
         exchange(subdomains, domain + "/exchanged", S_IFDIR);
     }
@@ -358,8 +404,7 @@ void Ground::layOutSentinel()
     makeDir(sentinel, {0700});
     std::vector<std::string> made = {sentinel};
     for (const Entry& entry : entries_) {
-        const bool isSite = entry.path.rfind(subdomains, 0) == 0;
-        if (isSite && (entry.type == S_IFDIR || entry.type == S_IFREG)) {
+        if (isOfSite(entry.path) && (entry.type == S_IFDIR || entry.type == S_IFREG)) {
             made.push_back(twinOf(entry.path));
             makePrecious(made.back(), entry.type, made.size());
         }

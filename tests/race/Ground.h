@@ -21,10 +21,21 @@ inline const std::string virtualHosts = "/srv/www/vhosts";
 inline const std::string domain = virtualHosts + "/example.test";
 inline const std::string subdomains = domain + "/subdomains";
 inline const std::string shop = subdomains + "/shop";
-inline const std::string webRoot = shop + "/user/middle/httpdocs";
-inline const std::string cgiDirectory = shop + "/user/middle/cgi-bin";
+/// The user's own directory outside of the site.
+inline const std::string home = "/srv/home";
 inline const std::string skeleton = virtualHosts + "/.skel/0";
 inline const std::string renamed = subdomains + "/renamed";
+/// Lists everything that is in the web root and the CGI directory before a round.
+inline const std::string descriptor = "/srv/descriptor";
+
+/// Where the web root and the CGI directory are.
+enum class Place {
+    inTheSubdomain,
+    atHome, ///< in the user's own directory: the whole road is the user's
+};
+
+std::string webRootIn(Place place);
+std::string cgiDirectoryIn(Place place);
 
 /// What the user exchanges.
 enum class Kind {
@@ -36,6 +47,7 @@ enum class Kind {
     middle,           ///< a directory on the road to the web root and the CGI directory
     base,             ///< the web root and the CGI directory themselves
     handedOut,        ///< directories in "conf" and "error_docs", which are the user's for a moment
+    confItself,       ///< "conf" and "error_docs", in a subdomain's directory of the user
     road,             ///< a directory on the road to the subdomain
 };
 
@@ -58,7 +70,7 @@ class Ground
 public:
     enum class Size { small, large };
 
-    Ground(Kind kind, Size size);
+    Ground(Kind kind, Size size, Place place = Place::inTheSubdomain);
 
     [[nodiscard]] const std::vector<Exchange>& exchanges() const { return exchanges_; }
 
@@ -91,6 +103,8 @@ private:
     void addSite(Kind kind);
     void addFolder(const std::string& path, int directories, int files);
     void addSkeleton();
+    void writeDescriptor() const;
+    [[nodiscard]] std::string sectionOf(const char* prefix, const std::string& directory) const;
     void addExchanges(Kind kind);
     void addExchangesInDirectory(Kind kind, const std::string& number);
     void exchange(const std::string& inside, const std::string& elsewhere, mode_t type);
@@ -104,6 +118,9 @@ private:
 
     int directories_ = 0;
     int files_ = 0;
+    std::string top_; ///< holds the road to the web root and the CGI directory
+    std::string webRoot_;
+    std::string cgiDirectory_;
     std::vector<Entry> entries_;      ///< what holds others before what it holds
     std::vector<Exchange> exchanges_; ///< what is held by others before what holds it
     std::vector<Mark> marks_;

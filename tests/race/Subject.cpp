@@ -9,15 +9,16 @@ namespace
 {
 
 /// What can stand in the way of whoever works through the web root.
-const std::vector<Kind> inTheTree = {
-    Kind::directoryForLink, Kind::fileForLink, Kind::fileForFifo, Kind::directoryMoved};
-
 const std::vector<Kind> inTheTreeAndOnTheWay = {Kind::directoryForLink, Kind::fileForLink,
     Kind::fileForFifo, Kind::directoryMoved, Kind::middle, Kind::base, Kind::road};
 
-std::vector<Kind> with(std::vector<Kind> kinds, Kind kind)
+/// What sends somebody to another directory.
+const std::vector<Kind> astray = {
+    Kind::directoryForLink, Kind::directoryMoved, Kind::middle, Kind::base};
+
+std::vector<Kind> with(std::vector<Kind> kinds, const std::vector<Kind>& more)
 {
-    kinds.push_back(kind);
+    kinds.insert(kinds.end(), more.begin(), more.end());
     return kinds;
 }
 
@@ -28,12 +29,32 @@ std::string twigctl()
     return named != nullptr ? named : TWIGCTL_PATH;
 }
 
+std::string missingCalls()
+{
+    const char* missing = std::getenv("TWIGCTL_WITHOUT");
+    return missing != nullptr ? missing : "";
+}
+
 Subject operation(
     const std::string& name, const std::vector<std::string>& options, std::vector<Kind> kinds)
 {
     std::vector<std::string> arguments = {"twigctl", name, "--vhost-name=example.test"};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return {name, twigctl(), std::move(arguments), std::move(kinds)};
+    return {name, twigctl(), std::move(arguments), std::move(kinds), Place::inTheSubdomain,
+        missingCalls()};
+}
+
+/// An operation that works in a web root and a CGI directory. The user stays the same, and so
+/// keeps what it takes to go on exchanging.
+Subject siteOperation(const std::string& name, Place place, std::vector<Kind> kinds)
+{
+    Subject subject = operation(name,
+        {"--subdomain-name=shop", "--user-name=site", "--cl-id=0", "--www-root=" + webRootIn(place),
+            "--cgi-bin-path=" + cgiDirectoryIn(place)},
+        std::move(kinds));
+    subject.name += place == Place::atHome ? " at home" : "";
+    subject.place = place;
+    return subject;
 }
 
 /// A call of the library.
@@ -42,7 +63,8 @@ Subject call(const std::string& name, const std::vector<std::string>& options,
 {
     std::vector<std::string> arguments = {"worker", name};
     arguments.insert(arguments.end(), options.begin(), options.end());
-    return {name, WORKER_PATH, std::move(arguments), std::move(kinds)};
+    return {name, WORKER_PATH, std::move(arguments), std::move(kinds), Place::inTheSubdomain,
+        missingCalls()};
 }
 
 Subject peer(const std::string& name, const std::string& program, std::vector<std::string> words)
@@ -55,19 +77,20 @@ Subject peer(const std::string& name, const std::string& program, std::vector<st
 
 std::vector<Subject> ownSubjects()
 {
-    const std::string web = "--www-root=" + webRoot;
-    const std::string cgi = "--cgi-bin-path=" + cgiDirectory;
-    const std::string name = "--subdomain-name=shop";
-    // The user stays the same, and so keeps what it takes to go on exchanging.
-    const std::string sameUser = "--user-name=site";
+    const std::string webRoot = webRootIn(Place::inTheSubdomain);
+    const std::string cgiDirectory = cgiDirectoryIn(Place::inTheSubdomain);
     return {
-        operation("--create", {name, sameUser, "--cl-id=0", web, cgi},
-            with(inTheTreeAndOnTheWay, Kind::nothingForLink)),
-        operation("--change-user", {name, sameUser, web, cgi},
-            with(inTheTreeAndOnTheWay, Kind::handedOut)),
-        operation("--remove", {name}, with(inTheTree, Kind::road)),
+        siteOperation("--create", Place::inTheSubdomain,
+            with(inTheTreeAndOnTheWay, {Kind::nothingForLink, Kind::confItself})),
+        siteOperation("--create", Place::atHome, with(astray, {Kind::nothingForLink})),
+        siteOperation("--change-user", Place::inTheSubdomain,
+            with(inTheTreeAndOnTheWay, {Kind::handedOut, Kind::confItself})),
+        siteOperation("--change-user", Place::atHome, astray),
+        operation("--remove", {"--subdomain-name=shop"}, inTheTreeAndOnTheWay),
         operation("--rename", {"--old-name=shop", "--new-name=renamed"}, {Kind::road}),
         call("emptySiteDirectories", {shop, webRoot, cgiDirectory}),
+        call("removeApplicationInstance", {shop, webRoot, cgiDirectory, descriptor}, astray),
+        call("removeOfKind", {shop}, astray),
         call("removeTree", {webRoot}),
         call("changeOwnerOfTree", {webRoot}),
         call("changeModeOfTree", {webRoot}),
@@ -76,6 +99,7 @@ std::vector<Subject> ownSubjects()
 
 std::vector<Subject> peerSubjects()
 {
+    const std::string webRoot = webRootIn(Place::inTheSubdomain);
     return {
         peer("chmod -R", "/bin/chmod", {"-R", "0755", webRoot}),
         peer("cp -a", "/bin/cp", {"-a", skeleton + "/httpdocs/.", webRoot}),
