@@ -39,22 +39,37 @@ Settings settingsOf(const std::string& line)
     return settings;
 }
 
+bool isDigit(char c)
+{
+    return c >= '0' && c <= '9';
+}
+
+/// What a character says about the place where a match stands: a line's or a word's beginning or
+/// end.
+bool isAssertion(char before, char c)
+{
+    const std::string escaped = "bB<>`'";
+    return c == '^' || c == '$' || (before == '\\' && escaped.find(c) != std::string::npos);
+}
+
 /// Keeps away from what the C library is known to answer with minutes, gigabytes or a stack that
-/// runs over: repetitions by large numbers or within each other, which it writes out, and back
-/// references, which it tries in every combination. Patterns are the program's own, so that is no
-/// way to hurt it, and what is found there would say nothing about the wrapper.
+/// runs over: repetitions by large numbers, within each other or of assertions, which it writes
+/// out, and back references, which it tries in every combination. Patterns are the program's own,
+/// so that is no way to hurt it, and what is found there would say nothing about the wrapper.
 bool isHarmless(const std::string& pattern)
 {
-    const auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
+    const auto repetitions = std::count(pattern.begin(), pattern.end(), '{');
     size_t digits = 0;
-    for (size_t i = 0; i < pattern.size(); ++i) {
-        digits = isDigit(pattern[i]) ? digits + 1 : 0;
-        const bool isReference = i > 0 && pattern[i - 1] == '\\' && isDigit(pattern[i]);
-        if (digits > 2 || isReference) {
+    char before = '\0';
+    for (const char c : pattern) {
+        digits = isDigit(c) ? digits + 1 : 0;
+        const bool isReference = before == '\\' && isDigit(c);
+        if (digits > 2 || isReference || (repetitions > 0 && isAssertion(before, c))) {
             return false;
         }
+        before = c;
     }
-    return pattern.size() <= longestPattern && std::count(pattern.begin(), pattern.end(), '{') <= 1;
+    return pattern.size() <= longestPattern && repetitions <= 1;
 }
 
 /// The C library's own answers.
