@@ -24,6 +24,9 @@ bool isOrderly(const std::string& end);
 
 /// Lets the subject run once alone, and then again and again while the user exchanges entries.
 /// Needs a World.
+/// @param rounds   how often; up to fifty times as often for as long as the user, who may only have
+/// a
+///                 moment, has not exchanged anything yet.
 /// @param patience milliseconds after which a run counts as hung and is killed. Ten of those end
 ///                 the race early.
 /// @throws std::runtime_error if the subject cannot be started, or fails alone
