@@ -2,6 +2,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <optional>
+#include <ostream>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,6 +49,11 @@ struct Case {
     int openat2Error;         ///< 0 = it is there
     int statxError;           ///< the same
     const char* missing = ""; ///< what else is (see tests/lib/MissingCalls.h)
+
+    friend std::ostream& operator<<(std::ostream& out, const Case& shown)
+    {
+        return out << shown.name;
+    }
 };
 
 class MountPointRemoval : public World, public ::testing::WithParamInterface<Case>

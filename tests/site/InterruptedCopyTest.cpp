@@ -83,7 +83,7 @@ protected:
             copyAll(true);
         });
         EXPECT_TRUE(outcome.status == 0 || outcome.status == -SIGKILL) << outcome.err;
-        return outcome.status != 0;
+        return outcome.status == -SIGKILL;
     }
 
     void completeRun(void (*prepare)()) const

@@ -2,6 +2,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <optional>
+#include <ostream>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -18,6 +19,11 @@ struct Case {
     bool bind;        ///< of the same file system, which no device number gives away
     int openat2Error; ///< 0 = it is there
     int statxError;   ///< the same
+
+    friend std::ostream& operator<<(std::ostream& out, const Case& shown)
+    {
+        return out << shown.name;
+    }
 };
 
 /// "d" of the document root holds a file and the mount point "m", and there is a file in that.
