@@ -39,7 +39,11 @@ bool hasTooManyLinks(const char* path)
 /// that may not be followed nor a lack of descriptors does.
 bool isOutOfSight(const char* path)
 {
-    return errno == ELOOP ? hasTooManyLinks(path) : errno != EMFILE && errno != ENFILE;
+    const int error = errno;
+    const bool outOfSight =
+        error == ELOOP ? hasTooManyLinks(path) : error != EMFILE && error != ENFILE;
+    errno = error; // for the report
+    return outOfSight;
 }
 
 } // namespace

@@ -179,7 +179,7 @@ TEST_F(EmptySiteDirectories, ReportsAMountPointOnce)
 {
     makeDirs("/srv/web/d/mounted");
     makeFile("/srv/web/d/mounted/kept", "");
-    const MountPoint point("/srv/web/d/mounted", "/srv/web/d/mounted");
+    const Mount point("/srv/web/d/mounted", "/srv/web/d/mounted");
     EXPECT_EQ(messagesOfEmptying(), "rmdir(\"/srv/web/d/mounted\"): Device or resource busy\n"
                                     "rmdir(\"/srv/web/d\"): Directory not empty\n");
     EXPECT_TRUE(exists("/srv/web/d/mounted/kept"));

@@ -104,7 +104,7 @@ protected:
     }
 
     std::string mounted_;
-    std::optional<MountPoint> mount_;
+    std::optional<Mount> mount_;
 };
 
 INSTANTIATE_TEST_SUITE_P(Each, MountPointsInSites,
@@ -155,7 +155,7 @@ TEST_P(MountPointsInSites, StayInASiteDirectoryThatIsOneItself)
     mountAt("/srv/web");
     makeDirs("/srv/source");
     makeFile("/srv/source/kept", "kept");
-    const MountPoint inner("/srv/source", "/srv/web/d");
+    const Mount inner("/srv/source", "/srv/web/d");
     EXPECT_EQ(messagesOfEmptyingAll(), busy("rmdir", "/srv/web/d"));
     EXPECT_TRUE(exists("/srv/source/kept"));
     EXPECT_FALSE(exists("/srv/web/kept"));

@@ -1,10 +1,10 @@
 #pragma once
 
 #include <string>
-#include <sys/mount.h>
 
 #include "site/SiteRemover.h"
 #include "tests/lib/Faults.h"
+#include "tests/lib/Mount.h"
 #include "tests/lib/StandardErrorCapture.h"
 #include "tests/lib/World.h"
 
@@ -44,25 +44,4 @@ protected:
 
     zelto::SkeletonOptions options_ = {"/srv/web", 0, 0, 0, "/srv/cgi"};
     faults::Guard guard_;
-};
-
-/// Something mounted on a file or directory for as long as the object lives: an empty tmpfs, or a
-/// place of the same file system, which may be the file or directory itself.
-class MountPoint
-{
-public:
-    explicit MountPoint(std::string path) : path_(std::move(path))
-    {
-        EXPECT_EQ(mount("private", path_.c_str(), "tmpfs", 0, "mode=0755"), 0);
-    }
-    MountPoint(const std::string& source, std::string path) : path_(std::move(path))
-    {
-        EXPECT_EQ(mount(source.c_str(), path_.c_str(), "none", MS_BIND, nullptr), 0);
-    }
-    ~MountPoint() { EXPECT_EQ(umount2(path_.c_str(), MNT_DETACH), 0); }
-    MountPoint(const MountPoint&) = delete;
-    MountPoint& operator=(const MountPoint&) = delete;
-
-private:
-    std::string path_;
 };

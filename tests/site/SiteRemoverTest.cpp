@@ -79,7 +79,7 @@ TEST_F(SiteRemover, ReportsADirectoryThatIsNotEmpty)
 TEST_F(SiteRemover, ReportsAFileThatCannotBeUnlinked)
 {
     makeFile("/srv/web/x", "");
-    const MountPoint point("/srv/web/x", "/srv/web/x");
+    const Mount point("/srv/web/x", "/srv/web/x");
     EXPECT_EQ(messagesOf("httpdocs/x"), "unlink(\"/srv/web/x\"): Device or resource busy\n");
     EXPECT_TRUE(exists("/srv/web/x"));
 }
